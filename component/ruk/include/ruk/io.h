@@ -1,0 +1,62 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include <boost/filesystem/path.hpp>
+
+#include "ruk/intrusive_ptr.h"
+#include "ruk/result.h"
+
+namespace ruk {
+
+enum class SeekOrigin { Begin, Current, End };
+
+enum class OpenMode {
+    Read,             // existing file, read only
+    ReadWrite,        // existing file, read and write
+    CreateReadWrite,  // create or open, read and write, contents kept
+};
+
+// A random-access byte stream. Every operation reports a result code; a read
+// at the end of the stream succeeds with zero bytes read.
+class IIO : public RefCounted {
+public:
+    virtual result_t Read(void* buffer, std::size_t size, std::size_t* read) = 0;
+    virtual result_t Write(const void* buffer, std::size_t size, std::size_t* written) = 0;
+    virtual result_t Seek(std::int64_t offset, SeekOrigin origin, std::uint64_t* position) = 0;
+    virtual result_t GetSize(std::uint64_t* size) = 0;
+    virtual result_t SetSize(std::uint64_t size) = 0;
+    virtual result_t Flush() = 0;
+};
+
+// Opens a file stream; on failure the result carries the system error.
+result_t OpenFileIO(const boost::filesystem::path& path, OpenMode mode, intrusive_ptr<IIO>* io);
+
+// A growable in-memory stream positioned at 0.
+class MemoryIO : public IIO {
+public:
+    MemoryIO() = default;
+    explicit MemoryIO(std::vector<std::uint8_t> data) : data_(std::move(data)) {}
+
+    result_t Read(void* buffer, std::size_t size, std::size_t* read) override;
+    result_t Write(const void* buffer, std::size_t size, std::size_t* written) override;
+    result_t Seek(std::int64_t offset, SeekOrigin origin, std::uint64_t* position) override;
+    result_t GetSize(std::uint64_t* size) override;
+    result_t SetSize(std::uint64_t size) override;
+    result_t Flush() override { return result::Success; }
+
+    const std::vector<std::uint8_t>& Data() const noexcept { return data_; }
+
+private:
+    std::vector<std::uint8_t> data_;
+    std::uint64_t position_ = 0;
+};
+
+intrusive_ptr<IIO> CreateMemoryIO(std::vector<std::uint8_t> data = {});
+
+// Reads exactly `size` bytes unless the stream ends first; `read` gets the count.
+result_t ReadFully(IIO& io, void* buffer, std::size_t size, std::size_t* read);
+
+}  // namespace ruk
