@@ -1,0 +1,163 @@
+#include "xml/file.h"
+
+#include <memory>
+#include <string>
+
+#include <boost/filesystem/operations.hpp>
+
+#include "common/exception.h"
+#include "common/message_format.h"
+#include "common/trace_level.h"
+#include "manifest/environment.h"
+#include "manifest/manifest_operations.h"
+#include "manifest/path_text.h"
+#include "ruk/exception.h"
+#include "xml/manifest_reader.h"
+#include "xml/manifest_writer.h"
+
+namespace integrity_check_tool::xml {
+namespace {
+
+const char* CantOpenFile() {
+    return "Can't open manifest file %1%. Reason: %2%";
+}
+const char* CantReplaceFile() {
+    return "Can't replace manifest file %1%. Reason: %2%";
+}
+const char* CantReadStream() {
+    return "Can't read manifest. Reason: %1%";
+}
+const char* CantWriteStream() {
+    return "Can't write manifest. Reason: %1%";
+}
+const char* PartialWrite() {
+    return "Can't write manifest. Only %1% of %2% bytes were written";
+}
+const char* ManifestLoaded() {
+    return "Manifest file %1% loaded:";
+}
+const char* ManifestStored() {
+    return "Manifest file %1% stored:";
+}
+
+void CheckStream(ruk::result_t code, const char* message) {
+    if (ruk::Failed(code)) {
+        ICT_THROW(Exception(MessageFormat(message, ruk::GetResultText(code)))
+                  << ruk::ResultCodeInfo(code));
+    }
+}
+
+// `shownPath` is the path the user asked for, which a temporary file stands in for.
+ruk::intrusive_ptr<ruk::IIO> OpenFile(const boost::filesystem::path& path, ruk::OpenMode mode,
+                                      const boost::filesystem::path& shownPath) {
+    ruk::intrusive_ptr<ruk::IIO> io;
+    const ruk::result_t code = ruk::OpenFileIO(path, mode, &io);
+    if (ruk::Failed(code)) {
+        ICT_THROW(Exception(MessageFormat(CantOpenFile(), PathToUtf8(shownPath),
+                                          ruk::GetResultText(code)))
+                  << ruk::ResultCodeInfo(code));
+    }
+    return io;
+}
+
+std::string ReadWholeStream(ruk::IIO& io) {
+    CheckStream(io.Seek(0, ruk::SeekOrigin::Begin, nullptr), CantReadStream());
+    std::string text;
+    std::uint64_t size = 0;
+    if (ruk::Succeeded(io.GetSize(&size)) && size < text.max_size()) {
+        text.reserve(static_cast<std::size_t>(size));
+    }
+    char buffer[64 * 1024];
+    for (;;) {
+        std::size_t read = 0;
+        CheckStream(ruk::ReadFully(io, buffer, sizeof(buffer), &read), CantReadStream());
+        text.append(buffer, read);
+        if (read < sizeof(buffer)) {
+            return text;
+        }
+    }
+}
+
+void Parse(const std::string& text, TiXmlDocument& document) {
+    // Row and column tracking costs a good part of the parse of a large
+    // manifest; it is switched on only to locate an error.
+    const int tabSize = document.TabSize();
+    document.Clear();
+    document.SetTabSize(0);
+    document.Parse(text.c_str(), nullptr, TIXML_ENCODING_UTF8);
+    document.SetTabSize(tabSize);
+    if (!document.Error()) {
+        return;
+    }
+    document.Clear();
+    document.Parse(text.c_str(), nullptr, TIXML_ENCODING_UTF8);
+    ICT_THROW(Exception(document.ErrorDesc())
+              << XmlRowInfo(document.ErrorRow()) << XmlColumnInfo(document.ErrorCol()));
+}
+
+void TraceManifest(const TracerPtr& tracer, const char* format, const boost::filesystem::path& path,
+                   const Manifest& manifest) {
+    if (tracer && tracer->IsEnabled(trace_level::Detail)) {
+        tracer->Write(trace_level::Detail,
+                      MessageFormat(format, PathToUtf8(path)) + "\n" + PrintManifest(manifest));
+    }
+}
+
+}  // namespace
+
+File::File(TracerPtr tracer) : tracer_(std::move(tracer)) {}
+
+ManifestPtr File::Read(ruk::IIO& io, TiXmlDocument& document) const {
+    Parse(ReadWholeStream(io), document);
+    return ReadManifest(document);
+}
+
+ManifestPtr File::Load(const boost::filesystem::path& path) const {
+    auto io = OpenFile(path, ruk::OpenMode::Read, path);
+    ManifestPtr manifest;
+    {
+        TiXmlDocument document;
+        manifest = Read(*io, document);
+    }
+    RegisterEnvironment(*manifest, std::make_shared<Environment>(path, tracer_));
+    TraceManifest(tracer_, ManifestLoaded(), path, *manifest);
+    return manifest;
+}
+
+void File::Write(const Manifest& manifest, ruk::IIO& io) const {
+    const std::string text = PrintManifestXml(manifest);
+    CheckStream(io.SetSize(0), CantWriteStream());
+    CheckStream(io.Seek(0, ruk::SeekOrigin::Begin, nullptr), CantWriteStream());
+    std::size_t written = 0;
+    CheckStream(io.Write(text.data(), text.size(), &written), CantWriteStream());
+    if (written != text.size()) {
+        ICT_THROW(Exception(MessageFormat(PartialWrite(), written, text.size())));
+    }
+    CheckStream(io.Flush(), CantWriteStream());
+}
+
+void File::Store(const Manifest& manifest, const boost::filesystem::path& path) const {
+    const auto folder = path.has_parent_path() ? path.parent_path() : boost::filesystem::path(".");
+    const auto temporary =
+        folder / boost::filesystem::unique_path(path.filename().native() +
+                                                boost::filesystem::path(".%%%%-%%%%.tmp").native());
+    try {
+        {
+            auto io = OpenFile(temporary, ruk::OpenMode::CreateReadWrite, path);
+            Write(manifest, *io);
+        }
+        boost::system::error_code error;
+        boost::filesystem::rename(temporary, path, error);
+        if (error) {
+            ICT_THROW(
+                Exception(MessageFormat(CantReplaceFile(), PathToUtf8(path), error.message())));
+        }
+    } catch (...) {
+        boost::system::error_code ignored;
+        boost::filesystem::remove(temporary, ignored);
+        throw;
+    }
+    TraceManifest(tracer_, ManifestStored(), path, manifest);
+}
+
+}  // namespace integrity_check_tool::xml

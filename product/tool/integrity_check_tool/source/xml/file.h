@@ -1,0 +1,42 @@
+#pragma once
+
+#include <tinyxml.h>
+#include <boost/filesystem/path.hpp>
+
+#include "manifest/manifest.h"
+#include "ruk/io.h"
+#include "tracer.h"
+#include "xml/errors.h"
+#include "xml/values.h"
+
+namespace integrity_check_tool::xml {
+
+// Reads manifests of both dialects into the model and writes the model in
+// the current dialect. A failure abandons the whole manifest: nothing partly
+// read is ever returned.
+class File {
+public:
+    // The tracer may be null.
+    explicit File(TracerPtr tracer);
+
+    // Parses the whole stream, from its start, into `document` and builds the
+    // manifest from it. A parse error is an Exception with the parser's
+    // description and XmlRowInfo / XmlColumnInfo attached.
+    ManifestPtr Read(ruk::IIO& io, TiXmlDocument& document) const;
+
+    // Reads the file and gives the manifest its Environment (built-in keys
+    // from the path, then the manifest's own entries).
+    ManifestPtr Load(const boost::filesystem::path& path) const;
+
+    // Replaces the stream's contents with the manifest in the current dialect.
+    void Write(const Manifest& manifest, ruk::IIO& io) const;
+
+    // Writes the file through a temporary file beside it, so that a failure
+    // never leaves a half-written manifest behind.
+    void Store(const Manifest& manifest, const boost::filesystem::path& path) const;
+
+private:
+    TracerPtr tracer_;
+};
+
+}  // namespace integrity_check_tool::xml

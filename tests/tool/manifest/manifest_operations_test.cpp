@@ -1,0 +1,332 @@
+#include "manifest/manifest_operations.h"
+
+#include <algorithm>
+#include <sstream>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <boost/property_tree/json_parser.hpp>
+#include <boost/property_tree/ptree.hpp>
+#include "enum_printing.h"
+
+#include "common/exception.h"
+
+namespace integrity_check_tool {
+namespace {
+
+using ::testing::ElementsAre;
+
+std::unique_ptr<FileInfo> MakeFile(const std::string& path, std::vector<CheckType> types,
+                                   std::uint8_t firstByte = 0) {
+    auto file = std::make_unique<FileInfo>();
+    file->path = path;
+    for (const auto type : types) {
+        file->checks.push_back({type, Bytes{firstByte++}});
+    }
+    return file;
+}
+
+std::unique_ptr<RegistryValueInfo> MakeValue(const std::string& name, CheckType type,
+                                             std::uint8_t byte) {
+    auto value = std::make_unique<RegistryValueInfo>();
+    value->name = name;
+    value->checks.push_back({type, Bytes{byte}});
+    return value;
+}
+
+std::vector<std::string> PathsOf(const Manifest& manifest) {
+    std::vector<std::string> paths;
+    for (const auto& file : manifest.files) {
+        EXPECT_EQ(file.first, file.second->path) << "key and record disagree";
+        paths.push_back(file.first.string());
+    }
+    return paths;
+}
+
+std::vector<CheckType> TypesOf(const std::vector<CheckInfo>& checks) {
+    std::vector<CheckType> types;
+    for (const auto& check : checks) {
+        types.push_back(check.type);
+    }
+    return types;
+}
+
+template <typename Action>
+std::string FailureOf(Action action) {
+    try {
+        action();
+    } catch (const Exception& error) {
+        return error.GetMessage();
+    }
+    return "";
+}
+
+TEST(CheckMismatchesTest, ComparesTheSetsOfCheckTypesOnly) {
+    // Order, duplicates and values do not matter.
+    CheckMismatches(*MakeFile("a", {CheckType::Sha256, CheckType::Exists}, 1),
+                    *MakeFile("a", {CheckType::Exists, CheckType::Sha256, CheckType::Sha256}, 7));
+    EXPECT_EQ(FailureOf([] {
+                  CheckMismatches(*MakeFile("/p/a.dll", {CheckType::Sha256}),
+                                  *MakeFile("/p/a.dll", {CheckType::Exists}));
+              }),
+              "Mismatch check types found for /p/a.dll");
+    EXPECT_EQ(FailureOf([] {
+                  CheckMismatches(*MakeFile("/p/a.dll", {CheckType::Sha256}),
+                                  *MakeFile("/p/a.dll", {CheckType::Sha256, CheckType::Exists}));
+              }),
+              "Mismatch check types found for /p/a.dll");
+
+    CheckMismatches(*MakeValue("Version", CheckType::Value, 1),
+                    *MakeValue("Version", CheckType::Value, 2));
+    EXPECT_EQ(FailureOf([] {
+                  CheckMismatches(*MakeValue("Version", CheckType::Value, 1),
+                                  *MakeValue("Version", CheckType::Exists, 1));
+              }),
+              "Mismatch check types found for Version");
+}
+
+TEST(PathOrderTest, OrdersLikeTheElementsOfThePaths) {
+    std::vector<boost::filesystem::path> paths = {
+        "/opt/a-b",   "/opt/a/b", "/opt/a", "/opt/a.b/c",    "/opt/A", "/opt/a b",
+        "/opt/a/b/c", "relative", "/opt",   "/opt/\xC3\xA9", "/opt/z", "/opt/a0",
+    };
+    auto byElements = paths;
+    std::sort(byElements.begin(), byElements.end());
+    std::sort(paths.begin(), paths.end(), PathOrder());
+    EXPECT_EQ(paths, byElements);
+
+    FileTable files;
+    AddFile(files, MakeFile("/opt/a/b", {CheckType::Exists}));
+    EXPECT_EQ(files.count("/opt/a/b"), 1u);
+    EXPECT_EQ(files.count("/opt/a"), 0u);
+    EXPECT_EQ(files.count("/opt/a/b/"), 0u);
+}
+
+TEST(AddFileTest, SamePathMergesChecksAndDifferentTypesFail) {
+    FileTable files;
+    AddFile(files, MakeFile("/b", {CheckType::Sha256}, 1));
+    AddFile(files, MakeFile("/a", {CheckType::Exists}));
+    AddFile(files, MakeFile("/b", {CheckType::Sha256}, 2));
+    ASSERT_EQ(files.size(), 2u);
+    EXPECT_EQ(files.begin()->first, "/a");
+    const auto& merged = *files.at("/b");
+    ASSERT_EQ(merged.checks.size(), 2u);
+    EXPECT_EQ(merged.checks[0].value, Bytes{1});
+    EXPECT_EQ(merged.checks[1].value, Bytes{2});
+
+    EXPECT_EQ(FailureOf([&] { AddFile(files, MakeFile("/b", {CheckType::Exists})); }),
+              "Mismatch check types found for /b");
+}
+
+TEST(MergeManifestTest, MergesFilesRegistriesAndEnvironments) {
+    Manifest target;
+    target.productName = "First";
+    AddFile(target.files, MakeFile("/common", {CheckType::Sha256}, 1));
+    AddFile(target.files, MakeFile("/only-first", {CheckType::Exists}));
+    target.environments.push_back({{}, nullptr, "A", "1"});
+    auto key = std::make_unique<RegistryInfo>();
+    key->path = "HKEY_LOCAL_MACHINE\\SOFTWARE\\Demo";
+    key->values.push_back(MakeValue("Version", CheckType::Value, 1));
+    target.registries.push_back(std::move(key));
+
+    Manifest source;
+    source.productName = "Second";
+    AddFile(source.files, MakeFile("/common", {CheckType::Sha256}, 2));
+    AddFile(source.files, MakeFile("/only-second", {CheckType::NotExists}));
+    source.environments.push_back({{}, nullptr, "B", "2"});
+    auto sameKey = std::make_unique<RegistryInfo>();
+    sameKey->path = "HKEY_LOCAL_MACHINE\\SOFTWARE\\Demo";
+    sameKey->values.push_back(MakeValue("Version", CheckType::Value, 2));
+    sameKey->values.push_back(MakeValue("Path", CheckType::Exists, 0));
+    source.registries.push_back(std::move(sameKey));
+    auto otherKey = std::make_unique<RegistryInfo>();
+    otherKey->path = "HKEY_CURRENT_USER\\Demo";
+    source.registries.push_back(std::move(otherKey));
+
+    MergeManifest(target, std::move(source));
+
+    EXPECT_EQ(target.productName, "First");
+    EXPECT_THAT(PathsOf(target), ElementsAre("/common", "/only-first", "/only-second"));
+    const auto& common = target.files.at("/common")->checks;
+    ASSERT_EQ(common.size(), 2u);
+    EXPECT_EQ(common[1].value, Bytes{2});
+    ASSERT_EQ(target.environments.size(), 2u);
+    EXPECT_EQ(target.environments[1].key, "B");
+
+    ASSERT_EQ(target.registries.size(), 2u);
+    const auto& demo = *target.registries[0];
+    ASSERT_EQ(demo.values.size(), 2u);
+    EXPECT_EQ(demo.values[0]->name, "Version");
+    EXPECT_EQ(demo.values[0]->checks.size(), 2u);
+    EXPECT_EQ(demo.values[1]->name, "Path");
+    EXPECT_EQ(target.registries[1]->path, "HKEY_CURRENT_USER\\Demo");
+}
+
+TEST(MergeManifestTest, RegistryValueMismatchFails) {
+    Manifest registryTarget;
+    registryTarget.registries.push_back(std::make_unique<RegistryInfo>());
+    registryTarget.registries[0]->values.push_back(MakeValue("V", CheckType::Value, 1));
+    Manifest registrySource;
+    registrySource.registries.push_back(std::make_unique<RegistryInfo>());
+    registrySource.registries[0]->values.push_back(MakeValue("V", CheckType::NotExists, 1));
+    EXPECT_EQ(FailureOf([&] { MergeManifest(registryTarget, std::move(registrySource)); }),
+              "Mismatch check types found for V");
+}
+
+TEST(FoldDirectoriesTest, JoinsPathsMergesAndInheritsConditions) {
+    Manifest manifest;
+    AddFile(manifest.files, MakeFile("/root/bin/a.so", {CheckType::Sha256}, 1));
+    auto directory = std::make_unique<DirectoryInfo>();
+    directory->path = "/root/bin";
+    directory->filter.os = Os::Windows;
+    directory->filter.arch = Arch::ARM64;
+    directory->filter.minVersionNt = 601;
+    directory->filter.maxVersionNt = 1000;
+    directory->files.push_back(MakeFile("a.so", {CheckType::Sha256}, 2));
+    auto own = MakeFile("b.so", {CheckType::Exists});
+    own->filter.os = Os::Linux;
+    own->filter.minVersionNt = 603;
+    own->filter.maxVersionNt = 1200;
+    directory->files.push_back(std::move(own));
+    manifest.directories.push_back(std::move(directory));
+
+    FoldDirectories(manifest);
+
+    EXPECT_TRUE(manifest.directories.empty());
+    EXPECT_THAT(PathsOf(manifest), ElementsAre("/root/bin/a.so", "/root/bin/b.so"));
+    // Listed in the directory and at the top: one record after folding.
+    EXPECT_EQ(manifest.files.at("/root/bin/a.so")->checks.size(), 2u);
+    const auto& inherited = manifest.files.at("/root/bin/a.so")->filter;
+    // The record at the top came first and keeps its own (empty) conditions.
+    EXPECT_FALSE(inherited.os);
+    const auto& narrowed = manifest.files.at("/root/bin/b.so")->filter;
+    EXPECT_EQ(narrowed.os, Os::Linux);
+    EXPECT_EQ(narrowed.arch, Arch::ARM64);
+    EXPECT_EQ(narrowed.minVersionNt, 603u);
+    EXPECT_EQ(narrowed.maxVersionNt, 1000u);
+}
+
+class ExpandManifestTest : public ::testing::Test {
+protected:
+    ExpandManifestTest() {
+        environment_->SetValue("Bin", "%ProductRoot%\\bin");
+        environment_->SetValue("Other", "/opt/p/bin");
+    }
+
+    std::unique_ptr<FileInfo> File(const std::string& path, CheckType type, std::uint8_t byte) {
+        auto file = MakeFile(path, {type}, byte);
+        file->environment = environment_;
+        return file;
+    }
+
+    EnvironmentPtr environment_ = std::make_shared<Environment>("/opt/p/m.xml", nullptr);
+};
+
+TEST_F(ExpandManifestTest, RekeysFilesAndMergesThoseThatNowMeetInOnePath) {
+    Manifest manifest;
+    AddFile(manifest.files, File("%Bin%\\a.so", CheckType::Sha256, 1));
+    AddFile(manifest.files, File("%Other%/a.so", CheckType::Sha256, 2));
+    AddFile(manifest.files, File("%Unknown%\\z", CheckType::Exists, 0));
+    AddFile(manifest.files, File("/0-first", CheckType::Exists, 0));
+
+    ExpandManifest(manifest);
+
+    EXPECT_THAT(PathsOf(manifest), ElementsAre("%Unknown%/z", "/0-first", "/opt/p/bin/a.so"));
+    EXPECT_THAT(TypesOf(manifest.files.at("/opt/p/bin/a.so")->checks),
+                ElementsAre(CheckType::Sha256, CheckType::Sha256));
+}
+
+TEST_F(ExpandManifestTest, MeetingWithOtherCheckTypesFails) {
+    Manifest manifest;
+    AddFile(manifest.files, File("%Bin%\\a.so", CheckType::Sha256, 1));
+    AddFile(manifest.files, File("%Other%/a.so", CheckType::Exists, 2));
+    EXPECT_EQ(FailureOf([&] { ExpandManifest(manifest); }),
+              "Mismatch check types found for /opt/p/bin/a.so");
+}
+
+TEST_F(ExpandManifestTest, ExpandsRegistryNamesAndEnvironmentValuesButKeepsTheirBackslashes) {
+    Manifest manifest;
+    manifest.environments.push_back({{}, environment_, "Bin", "%ProductRoot%\\bin"});
+    auto key = std::make_unique<RegistryInfo>();
+    key->environment = environment_;
+    key->path = "HKEY_LOCAL_MACHINE\\SOFTWARE\\%Other%";
+    key->values.push_back(MakeValue("%Bin%\\v", CheckType::Exists, 0));
+    manifest.registries.push_back(std::move(key));
+
+    ExpandManifest(manifest);
+
+    EXPECT_EQ(manifest.environments[0].value, "/opt/p\\bin");
+    EXPECT_EQ(manifest.registries[0]->path, "HKEY_LOCAL_MACHINE\\SOFTWARE\\/opt/p/bin");
+    EXPECT_EQ(manifest.registries[0]->values[0]->name, "/opt/p\\bin\\v");
+}
+
+TEST_F(ExpandManifestTest, RecursionAbandonsTheManifest) {
+    environment_->SetValue("Loop", "%Loop%/x");
+    Manifest manifest;
+    AddFile(manifest.files, File("%Loop%", CheckType::Exists, 0));
+    EXPECT_EQ(FailureOf([&] { ExpandManifest(manifest); }),
+              "Environment variable Loop used recursively");
+}
+
+TEST(RegisterEnvironmentTest, SetsEntriesInOrderAndTiesEveryRecord) {
+    Manifest manifest;
+    manifest.environments.push_back({{}, nullptr, "Bin", "%ProductRoot%/bin"});
+    manifest.environments.push_back({{}, nullptr, "%Bin%", "/later"});
+    AddFile(manifest.files, MakeFile("a", {CheckType::Exists}));
+    manifest.directories.push_back(std::make_unique<DirectoryInfo>());
+    manifest.directories[0]->files.push_back(MakeFile("b", {CheckType::Exists}));
+    manifest.registries.push_back(std::make_unique<RegistryInfo>());
+
+    auto environment = std::make_shared<Environment>("/p/m.xml", nullptr);
+    RegisterEnvironment(manifest, environment);
+
+    EXPECT_EQ(environment->GetValue("Bin"), "/later");
+    EXPECT_EQ(manifest.environments[0].environment, environment);
+    EXPECT_EQ(manifest.files.begin()->second->environment, environment);
+    EXPECT_EQ(manifest.directories[0]->environment, environment);
+    EXPECT_EQ(manifest.directories[0]->files[0]->environment, environment);
+    EXPECT_EQ(manifest.registries[0]->environment, environment);
+
+    Manifest bad;
+    bad.environments.push_back({{}, nullptr, "Empty", ""});
+    EXPECT_EQ(FailureOf([&] { RegisterEnvironment(bad, environment); }),
+              "Value of environment variable Empty is empty");
+}
+
+TEST(PrintManifestTest, WritesEveryRecordAsJson) {
+    Manifest manifest;
+    manifest.productName = "Demo";
+    manifest.environments.push_back({{}, nullptr, "Bin", "/bin"});
+    auto file = MakeFile("/a.dll", {CheckType::Sha256}, 0xAB);
+    file->filter.bitness = Bitness::Bits64;
+    file->filter.minVersionNt = 601;
+    AddFile(manifest.files, std::move(file));
+    auto key = std::make_unique<RegistryInfo>();
+    key->path = "HKEY_CURRENT_USER\\Demo";
+    key->values.push_back(MakeValue("Version", CheckType::Value, 1));
+    key->values[0]->type = RegistryType::Sz;
+    manifest.registries.push_back(std::move(key));
+
+    std::istringstream text(PrintManifest(manifest));
+    boost::property_tree::ptree tree;
+    boost::property_tree::read_json(text, tree);
+
+    EXPECT_EQ(tree.get<std::string>("productName"), "Demo");
+    EXPECT_EQ(tree.get<std::string>("generationDateTime"), "");
+    EXPECT_EQ(tree.get_child("environments").front().second.get<std::string>("key"), "Bin");
+    const auto& printedFile = tree.get_child("files").front().second;
+    EXPECT_EQ(printedFile.get<std::string>("path"), "/a.dll");
+    EXPECT_EQ(printedFile.get<std::string>("bitness"), "64");
+    EXPECT_EQ(printedFile.get<std::string>("minVersionNt"), "601");
+    EXPECT_FALSE(printedFile.get_optional<std::string>("arch"));
+    const auto& check = printedFile.get_child("checks").front().second;
+    EXPECT_EQ(check.get<std::string>("type"), "Sha256");
+    EXPECT_EQ(check.get<std::string>("value"), "ab");
+    const auto& value = tree.get_child("registries").front().second.get_child("values").front();
+    EXPECT_EQ(value.second.get<std::string>("name"), "Version");
+    EXPECT_EQ(value.second.get<std::string>("type"), "REG_SZ");
+}
+
+}  // namespace
+}  // namespace integrity_check_tool

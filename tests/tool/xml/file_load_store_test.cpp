@@ -1,0 +1,125 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <boost/filesystem/directory.hpp>
+#include <boost/filesystem/operations.hpp>
+
+#include "manifest/environment.h"
+#include "manifest/manifest_operations.h"
+#include "support/file_helpers.h"
+#include "support/temp_dir.h"
+#include "trace_capture.h"
+#include "xml_test_helpers.h"
+
+namespace integrity_check_tool::xml {
+namespace {
+
+long CountEntries(const boost::filesystem::path& directory) {
+    return std::distance(boost::filesystem::directory_iterator(directory),
+                         boost::filesystem::directory_iterator());
+}
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+constexpr const char* kManifest =
+    "<Manifest productName=\"Demo\">\n"
+    "  <Environment key=\"Bin\" value=\"%ProductRoot%\\bin\"/>\n"
+    "  <File path=\"%Bin%\\a.so\"><Check type=\"Exists\"/></File>\n"
+    "  <Files path=\"%Bin%\"><File path=\"b.so\"/></Files>\n"
+    "  <Registry path=\"HKEY_CURRENT_USER\\%Bin%\"/>\n"
+    "</Manifest>\n";
+
+TEST(XmlLoadTest, LoadTiesTheManifestToItsEnvironmentAndTracesIt) {
+    ict_test::TempDir directory;
+    const auto path = directory / "manifest.xml";
+    ict_test::WriteText(path, kManifest);
+    ::integrity_check_tool::testing::TraceCapture capture;
+
+    auto manifest = File(capture.tracer).Load(path);
+
+    const auto& environment = manifest->environments[0].environment;
+    ASSERT_TRUE(environment);
+    EXPECT_EQ(environment->GetValue("ManifestPath"), path.string());
+    EXPECT_EQ(environment->GetValue("Bin"), "%ProductRoot%\\bin");
+    EXPECT_EQ(environment->Expand("%Bin%"), directory.Path().string() + "\\bin");
+    EXPECT_EQ(manifest->files.begin()->second->environment, environment);
+    EXPECT_EQ(manifest->directories[0]->files[0]->environment, environment);
+    EXPECT_EQ(manifest->registries[0]->environment, environment);
+
+    const auto lines = capture.Lines();
+    ASSERT_EQ(lines.size(), 4u);
+    EXPECT_THAT(lines[2], HasSubstr("Environment variable Bin is set to %ProductRoot%\\bin"));
+    EXPECT_THAT(lines[3], HasSubstr("Manifest file " + path.string() + " loaded:\n{"));
+    EXPECT_THAT(lines[3], HasSubstr("\"productName\": \"Demo\""));
+
+    // What the verify walk does next: every path ends up real.
+    FoldDirectories(*manifest);
+    ExpandManifest(*manifest);
+    const auto bin = directory.Path() / "bin";
+    std::vector<boost::filesystem::path> paths;
+    for (const auto& file : manifest->files) {
+        paths.push_back(file.first);
+    }
+    EXPECT_THAT(paths, ElementsAre(bin / "a.so", bin / "b.so"));
+    EXPECT_EQ(manifest->registries[0]->path,
+              "HKEY_CURRENT_USER\\" + directory.Path().string() + "\\bin");
+}
+
+TEST(XmlLoadTest, FailuresNameTheFileOrTheProblem) {
+    ict_test::TempDir directory;
+    const auto missing = directory / "missing.xml";
+    try {
+        File(nullptr).Load(missing);
+        FAIL() << "a missing file was loaded";
+    } catch (const Exception& error) {
+        EXPECT_EQ(error.GetMessage(), "Can't open manifest file " + missing.string() +
+                                          ". Reason: No such file or directory");
+    }
+    const auto broken = directory / "broken.xml";
+    ict_test::WriteText(broken, "<Manifest><Environment key=\"A\" value=\"\"/></Manifest>");
+    try {
+        File(nullptr).Load(broken);
+        FAIL() << "an empty environment value was accepted";
+    } catch (const Exception& error) {
+        EXPECT_EQ(error.GetMessage(), "Value of environment variable A is empty");
+    }
+}
+
+TEST(XmlStoreTest, StoreWritesTheFileAndTracesIt) {
+    ict_test::TempDir directory;
+    const auto path = directory / "out.xml";
+    ict_test::WriteText(path, std::string(50000, 'x'));
+    const auto source = testing::ReadXml(kManifest);
+    ::integrity_check_tool::testing::TraceCapture capture;
+
+    File(capture.tracer).Store(*source, path);
+
+    EXPECT_EQ(ict_test::ReadText(path), testing::WriteXml(*source));
+    ASSERT_EQ(capture.Lines().size(), 1u);
+    EXPECT_THAT(capture.Lines()[0], HasSubstr("Manifest file " + path.string() + " stored:\n{"));
+    // Only the manifest is left in the folder: no temporary file.
+    EXPECT_EQ(CountEntries(directory.Path()), 1);
+    EXPECT_EQ(PrintManifest(*File(nullptr).Load(path)), PrintManifest(*source));
+}
+
+TEST(XmlStoreTest, FailureLeavesNothingBehind) {
+    ict_test::TempDir directory;
+    const auto path = directory / "no-such-folder" / "out.xml";
+    try {
+        File(nullptr).Store(Manifest{}, path);
+        FAIL() << "stored into a missing folder";
+    } catch (const Exception& error) {
+        EXPECT_THAT(error.GetMessage(), HasSubstr("Can't open manifest file " + path.string()));
+    }
+    EXPECT_TRUE(boost::filesystem::is_empty(directory.Path()));
+
+    // A directory in the way of the target: the rename fails, the temporary goes.
+    const auto blocked = directory / "blocked.xml";
+    boost::filesystem::create_directories(blocked / "inside");
+    EXPECT_THROW(File(nullptr).Store(Manifest{}, blocked), Exception);
+    EXPECT_EQ(CountEntries(directory.Path()), 1);
+}
+
+}  // namespace
+}  // namespace integrity_check_tool::xml
