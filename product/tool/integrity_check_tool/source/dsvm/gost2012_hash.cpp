@@ -1,0 +1,67 @@
+#include "dsvm/gost2012_hash.h"
+
+#include <memory>
+
+#include "dsvm/dsvm.h"
+#include "dsvm/exception.h"
+#include "ruk/exception.h"
+
+namespace integrity_check_tool::dsvm {
+namespace {
+
+const char* CantInitialize() {
+    return "Can't initialize DSVM2 library";
+}
+const char* CantCalculateHash() {
+    return "Can't calculate hash";
+}
+
+constexpr std::size_t kBlockSize = 1024 * 1024;
+
+void Check(DsvmResult result, const char* message) {
+    if (result != DSVM_OK) {
+        ICT_THROW(Exception(message, result));
+    }
+}
+
+struct HashDeleter {
+    void operator()(DsvmHash* hash) const { DsvmHashDestroy(hash); }
+};
+
+}  // namespace
+
+Gost2012Hash::Gost2012Hash(TracerPtr tracer) : tracer_(std::move(tracer)) {
+    Check(DsvmInitialize(), CantInitialize());
+}
+
+Gost2012Hash::~Gost2012Hash() {
+    DsvmRelease();
+}
+
+std::string Gost2012Hash::GetName() const {
+    return "Gost2012Hash";
+}
+
+void Gost2012Hash::Evaluate(const IDataObject& object, std::vector<std::uint8_t>& value) const {
+    DsvmHash* raw = nullptr;
+    Check(DsvmHashCreate(&raw), CantCalculateHash());
+    const std::unique_ptr<DsvmHash, HashDeleter> hash(raw);
+
+    // The object's stream may be a registry value or a file; it is read to
+    // its end one block at a time.
+    const ruk::intrusive_ptr<ruk::IIO> io = object.GetData();
+    const std::unique_ptr<std::uint8_t[]> block(new std::uint8_t[kBlockSize]);
+    for (;;) {
+        std::size_t count = 0;
+        RUK_CHECK(io->Read(block.get(), kBlockSize, &count));
+        if (count == 0) {
+            break;
+        }
+        Check(DsvmHashUpdate(hash.get(), block.get(), count), CantCalculateHash());
+    }
+    std::vector<std::uint8_t> digest(DSVM_HASH_SIZE);
+    Check(DsvmHashFinish(hash.get(), digest.data(), digest.size()), CantCalculateHash());
+    value = std::move(digest);
+}
+
+}  // namespace integrity_check_tool::dsvm

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <boost/filesystem/path.hpp>
+
+namespace integrity_check_tool::signer {
+
+// One subcommand: `integrity_signer <name> [arguments]`.
+struct Command {
+    const char* name;
+    const char* summary;
+    // Gets the arguments after the name; returns the process exit code.
+    int (*run)(const std::vector<std::string>& arguments);
+};
+
+// Each subcommand defines `Command <Name>Command()` in its own file and is
+// listed once in command_list.h.
+#define ICT_SIGNER_COMMAND(Name) Command Name##Command();
+#include "command_list.h"
+#undef ICT_SIGNER_COMMAND
+
+// Every subcommand, in the order of command_list.h.
+std::vector<Command> GetCommands();
+
+// Signs each file in turn with `sign`, which throws on failure: prints
+// "Signed <file>" or the failure on standard error, goes on with the next
+// file, and returns 0 when all were signed, 1 otherwise.
+int SignEach(const std::vector<std::string>& files,
+             const std::function<void(const boost::filesystem::path&)>& sign);
+
+}  // namespace integrity_check_tool::signer
