@@ -1,0 +1,84 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include <boost/filesystem/path.hpp>
+
+#include "common/configuration.h"
+#include "common/console_output.h"
+#include "common/run_statistics.h"
+#include "factory/factory.h"
+#include "generate/generation_config.h"
+#include "generate/progress_counter.h"
+#include "manifest/environment.h"
+#include "manifest/manifest.h"
+
+namespace integrity_check_tool::generate {
+
+// Builds a manifest from a generation configuration: expands the configured
+// paths to find the objects on this machine, enumerates folders, computes the
+// expected values through the factory's data objects and value providers, and
+// stamps the target's conditions on the records. Paths are written as
+// configured, with their placeholders and backslashes.
+class ManifestGenerator {
+public:
+    ManifestGenerator(std::shared_ptr<const Factory> factory, ConsoleOutputPtr output,
+                      RunStatistics& statistics, ProgressCounter& progress);
+
+    // The manifest, or null when any object failed; every failure has been
+    // reported as "Generation of %1% %2% failed. Reason: ..." and counted.
+    ManifestPtr Generate(const GenerationConfig& config, const GenerateSettings& settings);
+
+private:
+    void PrepareEnvironment(const GenerationConfig& config, const GenerateSettings& settings);
+    void PrepareStamp(const GenerateSettings& settings);
+    void AddDirectory(const DirectorySource& source, const boost::filesystem::path& manifestPath);
+    bool AddDirectoryFile(const DirectorySource& source, const std::string& relativePath,
+                          const boost::filesystem::path& localPath, DirectoryInfo* group);
+    void AddFile(const FileSource& source);
+    void AddRegistry(const RegistrySource& source);
+    std::unique_ptr<RegistryValueInfo> CaptureValue(const RegistrySource& key,
+                                                    const std::string& keyPath,
+                                                    const RegistryValueSource& source);
+
+    // Expected values of the checks for one object; throws when one can't be had.
+    std::vector<CheckInfo> EvaluateChecks(const IDataObject& object,
+                                          const std::vector<CheckType>& types,
+                                          const std::string& name,
+                                          const std::string& localName) const;
+    // False when the same file was already added; throws when it was added
+    // with other checks, which no manifest could hold. `normalPath` is
+    // absolute and lexically normal.
+    bool RegisterLocalFile(const boost::filesystem::path& normalPath,
+                           const std::vector<CheckType>& types);
+
+    boost::filesystem::path ToLocalPath(const std::string& text) const;
+    Filter Stamped(const Filter& filter) const;
+    void ReportFailure(std::size_t kind, const char* word, const std::string& name,
+                       const std::string& reason);
+
+    std::shared_ptr<const Factory> factory_;
+    TracerPtr tracer_;
+    ConsoleOutputPtr output_;
+    RunStatistics& statistics_;
+    ProgressCounter& progress_;
+
+    std::shared_ptr<Environment> environment_;
+    Filter stamp_;
+    ManifestPtr manifest_;
+    bool failed_ = false;
+    std::unordered_map<boost::filesystem::path::string_type, std::set<CheckType>> localFiles_;
+    mutable std::map<CheckType, IValueProviderPtr> providers_;
+};
+
+// Writes "Generation of %1% %2% failed. Reason: %3%" to standard error, and to
+// the log when the tracer writes to a file.
+void ReportGenerationFailure(const Tracer& tracer, ConsoleOutput& output, const char* word,
+                             const std::string& name, const std::string& reason);
+
+}  // namespace integrity_check_tool::generate

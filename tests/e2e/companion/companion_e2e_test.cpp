@@ -1,0 +1,283 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <openssl/evp.h>
+#include <openssl/sha.h>
+
+#include <boost/filesystem/operations.hpp>
+#include <boost/process/search_path.hpp>
+
+#include "support/e2e.h"
+
+namespace {
+
+namespace fs = boost::filesystem;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::Not;
+
+fs::path ManifestToolPath() {
+    return ict_test::BinaryDir() / "tools" / "manifest" / "integrity_manifest";
+}
+
+std::string Base64Sha256(const std::string& content) {
+    unsigned char digest[SHA256_DIGEST_LENGTH];
+    SHA256(reinterpret_cast<const unsigned char*>(content.data()), content.size(), digest);
+    unsigned char text[64] = {};
+    EVP_EncodeBlock(text, digest, sizeof(digest));
+    return reinterpret_cast<const char*>(text);
+}
+
+// The summary block of a checker run: the part that tells what was checked.
+std::string Summary(const std::string& out) {
+    const auto start = out.find("Summary(");
+    return start == std::string::npos ? std::string() : out.substr(start);
+}
+
+class CompanionTest : public testing::Test {
+protected:
+    void SetUp() override {
+        WriteProduct("app.exe", "the program");
+        WriteProduct("bin/a.dll", "library a");
+        WriteProduct("bin/sub/b.dll", "library b");
+        WriteProduct("bin/b.pdb", "symbols");
+        WriteProduct("doc/readme.txt", "read me");
+    }
+
+    fs::path Product() const { return dir_ / "product"; }
+    fs::path Manifest() const { return Product() / "integrity_check.xml"; }
+    void WriteProduct(const std::string& name, const std::string& text) {
+        ict_test::WriteText(Product() / name, text);
+    }
+
+    // Without `productRoot`, %ProductRoot% is the folder of the manifest written.
+    fs::path WriteConfig(const std::string& body, const std::string& productRoot = "product") {
+        const fs::path path = dir_ / "generation.xml";
+        const std::string root = productRoot.empty() ? "" : " productRoot=\"" + productRoot + "\"";
+        ict_test::WriteText(path, "<ManifestGeneration productName=\"Demo\"" + root + ">\n" + body +
+                                      "\n</ManifestGeneration>\n");
+        return path;
+    }
+
+    ict_test::RunResult Tool(std::vector<std::string> arguments) {
+        ict_test::RunOptions options;
+        options.arguments = std::move(arguments);
+        options.workingDirectory = dir_.Path();
+        return ict_test::RunProgram(ManifestToolPath(), options);
+    }
+
+    ict_test::RunResult Generate(const fs::path& config, std::vector<std::string> extra = {}) {
+        std::vector<std::string> arguments{"generate", "--config", config.string(), "--output",
+                                           Manifest().string()};
+        arguments.insert(arguments.end(), extra.begin(), extra.end());
+        return Tool(arguments);
+    }
+
+    ict_test::RunResult Check(std::vector<std::string> arguments) {
+        ict_test::RunOptions options;
+        options.arguments = std::move(arguments);
+        options.workingDirectory = dir_.Path();
+        return ict_test::RunProgram(ict_test::CheckerPath(), options);
+    }
+
+    ict_test::TempDir dir_;
+};
+
+TEST_F(CompanionTest, GeneratedManifestVerifiesAndCatchesOneChangedFile) {
+    // The manifest goes into the tree it describes, and is not listed in itself.
+    const auto generated = Generate(WriteConfig(R"(
+  <Directory path="%ProductRoot%"><Exclude pattern="*.pdb"/></Directory>)",
+                                                ""));
+    ASSERT_EQ(generated.exitCode, 0) << generated.Describe();
+    EXPECT_THAT(generated.out, HasSubstr("Manifest " + Manifest().string() + " written\n"));
+    EXPECT_THAT(generated.out, HasSubstr("\tFiles: 0 / 0 / 4\n"));
+    EXPECT_THAT(generated.out, EndsWith("SUCCEEDED\n"));
+    EXPECT_THAT(generated.err, Not(HasSubstr("\r"))) << "progress drawn on a non-terminal";
+    const std::string text = ict_test::ReadText(Manifest());
+    EXPECT_THAT(text, HasSubstr("path=\"%ProductRoot%\\bin\\sub\\b.dll\""));
+    EXPECT_THAT(text, Not(HasSubstr("b.pdb")));
+    EXPECT_THAT(text, Not(HasSubstr("integrity_check.xml")));
+
+    const auto verified = Check({Manifest().string()});
+    ASSERT_EQ(verified.exitCode, 0) << verified.Describe();
+    EXPECT_THAT(verified.out, HasSubstr("\tFiles: 0 / 0 / 4\n"));
+
+    WriteProduct("bin/a.dll", "library a, patched");
+    const auto tampered = Check({Manifest().string()});
+    EXPECT_EQ(tampered.exitCode, 1) << tampered.Describe();
+    EXPECT_THAT(tampered.err,
+                HasSubstr("file " + (Product() / "bin" / "a.dll").string() + " failed"));
+    EXPECT_THAT(tampered.err, Not(HasSubstr("b.dll failed")));
+    EXPECT_THAT(tampered.err, Not(HasSubstr("app.exe failed")));
+    EXPECT_THAT(tampered.out, HasSubstr("\tFiles: 1 / 0 / 3\n"));
+    EXPECT_THAT(tampered.err, EndsWith("FAILED\n"));
+}
+
+TEST_F(CompanionTest, GroupsPlaceholdersAndFiltersTravelWithTheProduct) {
+    const auto config = WriteConfig(R"(
+  <Check type="Sha256"/><Check type="Gost2012"/>
+  <Environment key="Bin" value="%ProductRoot%\bin"/>
+  <Directory path="%Bin%" group="true"><Include pattern="*.dll"/></Directory>
+  <Directory path="%ProductRoot%\doc" os="Windows"/>
+  <File path="%ProductRoot%\app.exe" defined="full"><Check type="Value"/></File>
+  <File path="%ProductRoot%\debug.log"><Check type="NotExists"/></File>
+  <Registry path="HKEY_LOCAL_MACHINE\SOFTWARE\Demo"><Value name="Version" type="REG_SZ"/></Registry>)");
+    const auto generated = Generate(config, {"--edition", "Desktop"});
+    ASSERT_EQ(generated.exitCode, 0) << generated.Describe();
+    const std::string text = ict_test::ReadText(Manifest());
+    EXPECT_THAT(text, HasSubstr("<Files path=\"%Bin%\" edition=\"Desktop\">"));
+    EXPECT_THAT(text, HasSubstr("<File path=\"sub\\b.dll\">"));
+
+    // The manifest moves with the tree: %ProductRoot% is wherever it lies.
+    fs::rename(Product(), dir_ / "moved");
+    const fs::path moved = dir_ / "moved" / "integrity_check.xml";
+    const auto plain = Check({moved.string()});
+    ASSERT_EQ(plain.exitCode, 0) << plain.Describe();
+    // a.dll, b.dll and debug.log checked; readme (Windows only) and app.exe (needs "full") skipped.
+    EXPECT_THAT(plain.out, HasSubstr("\tFiles: 0 / 2 / 3\n"));
+    EXPECT_THAT(plain.out, HasSubstr("\tRegistries: 0 / 1 / 0\n"));
+
+    const auto full = Check({"--define", "full", moved.string()});
+    ASSERT_EQ(full.exitCode, 0) << full.Describe();
+    EXPECT_THAT(full.out, HasSubstr("\tFiles: 0 / 1 / 4\n"));
+
+    ict_test::WriteText(dir_ / "moved" / "debug.log", "should not be here");
+    const auto withLog = Check({moved.string()});
+    EXPECT_EQ(withLog.exitCode, 1);
+    EXPECT_THAT(withLog.err, HasSubstr("debug.log failed"));
+
+    // Stamped for another edition or an NT version, nothing applies on this system.
+    fs::rename(dir_ / "moved", Product());
+    fs::remove(Product() / "debug.log");
+    for (const auto& stamp : {std::vector<std::string>{"--edition", "Server"},
+                              std::vector<std::string>{"--version", "10.0"}}) {
+        const auto restamped = Generate(config, stamp);
+        ASSERT_EQ(restamped.exitCode, 0) << restamped.Describe();
+        const auto skipped = Check({"--define", "full", Manifest().string()});
+        ASSERT_EQ(skipped.exitCode, 0) << skipped.Describe();
+        EXPECT_THAT(skipped.out, HasSubstr("\tFiles: 0 / 5 / 0\n")) << stamp[0];
+    }
+}
+
+TEST_F(CompanionTest, NormalizedOlderDialectVerifiesTheSameWay) {
+    const fs::path old = Product() / "old.xml";
+    const std::string legacy =
+        "<IntegrityManifest generationDatetime=\"2020-01-01T00:00:00\">\n"
+        "  <File><Path>%ProductRoot%\\bin\\a.dll</Path><Hash algorithm=\"SHA256\">" +
+        Base64Sha256("library a") +
+        "</Hash></File>\n"
+        "  <File os=\"windows\"><Path>%ProductRoot%\\app.exe</Path><Hash algorithm=\"SHA256\">" +
+        Base64Sha256("other") + "</Hash></File>\n</IntegrityManifest>\n";
+    ict_test::WriteText(old, legacy);
+    fs::copy_file(old, Product() / "current.xml");
+
+    const auto normalized = Tool({"normalize", (Product() / "current.xml").string()});
+    ASSERT_EQ(normalized.exitCode, 0) << normalized.Describe();
+    EXPECT_THAT(normalized.out, EndsWith("SUCCEEDED\n"));
+    const std::string text = ict_test::ReadText(Product() / "current.xml");
+    EXPECT_THAT(text, HasSubstr("<Manifest generationDateTime=\"2020-01-01T00:00:00\">"));
+    EXPECT_THAT(text, HasSubstr("<File path=\"%ProductRoot%\\app.exe\" os=\"Windows\">"));
+    EXPECT_THAT(text, Not(HasSubstr("<Hash")));
+
+    for (const bool tamper : {false, true}) {
+        if (tamper) {
+            WriteProduct("bin/a.dll", "changed");
+        }
+        const auto before = Check({old.string()});
+        const auto after = Check({(Product() / "current.xml").string()});
+        EXPECT_EQ(before.exitCode, tamper ? 1 : 0) << before.Describe();
+        EXPECT_EQ(after.exitCode, before.exitCode) << after.Describe();
+        EXPECT_NE(Summary(before.out), "");
+        EXPECT_EQ(Summary(after.out), Summary(before.out));
+    }
+}
+
+TEST_F(CompanionTest, FailedNormalizeLeavesTheManifestByteForByte) {
+    const std::string broken =
+        "<Manifest>\r\n  <File path=\"a\"><Check type=\"Md5\"/></File>\r\n"
+        "</Manifest>\r\n";
+    ict_test::WriteText(Manifest(), broken);
+    const auto bad = Tool({"normalize", Manifest().string()});
+    EXPECT_EQ(bad.exitCode, 1) << bad.Describe();
+    EXPECT_THAT(bad.err, HasSubstr("Normalization of manifest " + Manifest().string() +
+                                   " failed. Reason: Invalid name: Md5"));
+    EXPECT_THAT(bad.err, EndsWith("FAILED\n"));
+    EXPECT_EQ(ict_test::ReadText(Manifest()), broken);
+
+    // A write that fails half-way (the file-size limit binds root too) must
+    // not reach the manifest either.
+    std::string large = "<Manifest>\n";
+    for (int index = 0; index < 3000; ++index) {
+        large += "<File path=\"%ProductRoot%\\bin\\file" + std::to_string(index) +
+                 ".dll\"><Check type=\"Exists\"/></File>\n";
+    }
+    large += "</Manifest>\n";
+    ict_test::WriteText(Manifest(), large);
+    const fs::path bash = boost::process::search_path("bash");
+    ASSERT_FALSE(bash.empty());
+    ict_test::RunOptions options;
+    options.arguments = {"-c", "trap '' XFSZ; ulimit -f 64; exec \"$0\" normalize \"$1\"",
+                         ManifestToolPath().string(), Manifest().string()};
+    const auto limited = ict_test::RunProgram(bash, options);
+    EXPECT_EQ(limited.exitCode, 1) << limited.Describe();
+    EXPECT_THAT(limited.err, HasSubstr("Can't write file " + Manifest().string()));
+    EXPECT_EQ(ict_test::ReadText(Manifest()), large);
+    EXPECT_EQ(std::distance(fs::directory_iterator(Product()), fs::directory_iterator()), 4)
+        << "a temporary file was left behind";
+}
+
+TEST_F(CompanionTest, HashPrintsWhatOpensslPrints) {
+    const fs::path openssl = boost::process::search_path("openssl");
+    ASSERT_FALSE(openssl.empty());
+    const fs::path file = Product() / "bin" / "a.dll";
+    const std::vector<std::pair<std::string, std::vector<std::string>>> cases = {
+        {"Sha256", {"dgst", "-sha256", "-r", file.string()}},
+        {"Gost2012", {"dgst", "-engine", "gost", "-md_gost12_256", "-r", file.string()}},
+    };
+    for (const auto& [type, reference] : cases) {
+        ict_test::RunOptions options;
+        options.arguments = reference;
+        const auto expected = ict_test::RunProgram(openssl, options);
+        ASSERT_EQ(expected.exitCode, 0) << expected.Describe();
+        const std::string digest = expected.out.substr(0, expected.out.find(' '));
+        ASSERT_GE(digest.size(), 64u);
+
+        const auto hashed = Tool({"hash", "--type", type, file.string()});
+        ASSERT_EQ(hashed.exitCode, 0) << hashed.Describe();
+        EXPECT_EQ(hashed.out, digest + "\nSUCCEEDED\n") << type;
+    }
+
+    const auto value = Tool({"hash", "--type", "Value", (Product() / "app.exe").string()});
+    EXPECT_EQ(value.out, "7468652070726f6772616d\nSUCCEEDED\n");  // "the program"
+
+    const auto missing = Tool({"hash", "--type", "Sha256", (Product() / "none").string()});
+    EXPECT_EQ(missing.exitCode, 1);
+    EXPECT_THAT(missing.err, HasSubstr((Product() / "none").string()));
+    EXPECT_THAT(missing.err, EndsWith("FAILED\n"));
+}
+
+TEST_F(CompanionTest, GenerationFailuresWriteNothingAndSayWhy) {
+    const auto noConfig = Generate(dir_ / "none.xml");
+    EXPECT_EQ(noConfig.exitCode, 1) << noConfig.Describe();
+    EXPECT_THAT(noConfig.err, HasSubstr("Generation of manifest " + Manifest().string() +
+                                        " failed. Reason: Can't read generation configuration"));
+    EXPECT_FALSE(fs::exists(Manifest()));
+
+    ict_test::MakeFifo(Product() / "bin" / "pipe.dll");
+    const auto withMissing = Generate(WriteConfig(R"(
+  <Directory path="%ProductRoot%\bin"/>
+  <File path="%ProductRoot%\missing.dll"><Check type="Exists"/></File>)"));
+    EXPECT_EQ(withMissing.exitCode, 1) << withMissing.Describe();
+    EXPECT_THAT(withMissing.err,
+                HasSubstr("Generation of file %ProductRoot%\\missing.dll failed. Reason: "));
+    EXPECT_THAT(withMissing.err, HasSubstr("pipe.dll skipped: not a regular file"));
+    EXPECT_THAT(withMissing.out, HasSubstr("\tFiles: 1 / 0 / 3\n"));
+    EXPECT_FALSE(fs::exists(Manifest()));
+
+    const auto misuse = Tool({"generate", "--config", "c.xml"});
+    EXPECT_EQ(misuse.exitCode, 1);
+    EXPECT_THAT(misuse.err, HasSubstr("generate needs the option --output"));
+    EXPECT_THAT(misuse.err, EndsWith("FAILED\n"));
+}
+
+}  // namespace

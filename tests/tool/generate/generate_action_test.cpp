@@ -1,0 +1,158 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tool/generate/enum_printing.h"
+
+#include "action/generate.h"
+#include "check/hex.h"
+#include "tool/generate/generate_fixture.h"
+#include "xml/file.h"
+
+namespace integrity_check_tool::action {
+namespace {
+
+namespace fs = boost::filesystem;
+using testing::Contains;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::Not;
+
+// SHA-256 of "abc".
+const char* kAbcSha256 = "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad";
+
+class GenerateActionTest : public testing::Test, public ict_test::GenerateFixture {
+protected:
+    GenerateSettings Settings(const std::string& config, const fs::path& manifest) {
+        ict_test::WriteText(dir_ / "config" / "generation.xml", config);
+        GenerateSettings settings;
+        settings.configPath = dir_ / "config" / "generation.xml";
+        settings.manifestPath = manifest;
+        return settings;
+    }
+
+    bool Run(const GenerateSettings& settings) {
+        ApplicationConfiguration configuration;
+        configuration.generate = settings;
+        Generate action(MakeFactory(configuration), output_);
+        EXPECT_EQ(action.GetName(), "Generate");
+        return action.Execute();
+    }
+
+    ManifestPtr Load(const fs::path& path) { return xml::File(nullptr).Load(path); }
+};
+
+TEST_F(GenerateActionTest, GroupPlaceholdersValuesStampsAndTraces) {
+    for (const char* file : {"bin/a.dll", "bin/sub/b.dll", "bin/a.pdb"}) {
+        ict_test::WriteText(dir_ / "product" / file, "abc");
+    }
+    ict_test::WriteText(dir_ / "product" / "readme.txt", "hello");
+    auto settings = Settings(R"(<ManifestGeneration productName="Demo" productVersion="2.0"
+                                                     productRoot="../product">
+  <Environment key="Bin" value="%ProductRoot%\bin"/>
+  <Directory path="%Bin%\" group="true" bitness="64"><Include pattern="*.dll"/></Directory>
+  <File path="%ProductRoot%\readme.txt" arch="X86_64"><Check type="Value"/></File>
+  <File path="%ProductRoot%\debug.log"><Check type="NotExists"/></File>
+  <Registry path="HKEY_LOCAL_MACHINE\SOFTWARE\Demo"><Value name="Version" type="REG_SZ"/></Registry>
+</ManifestGeneration>)",
+                             dir_ / "m.xml");
+    settings.version = "10.0";
+    settings.arch = Arch::X86;
+    settings.stampArch = true;
+    settings.osEdition = OsEdition::Server;
+    settings.stampOsEdition = true;
+
+    ASSERT_TRUE(Run(settings)) << err_.str();
+
+    const auto manifest = Load(dir_ / "m.xml");
+    EXPECT_EQ(manifest->productName, "Demo");
+    EXPECT_EQ(manifest->productVersion, "2.0");
+    EXPECT_THAT(manifest->generationDateTime, EndsWith("Z"));
+    ASSERT_EQ(manifest->environments.size(), 1u);
+    EXPECT_EQ(manifest->environments[0].value, "%ProductRoot%\\bin");
+
+    ASSERT_EQ(manifest->directories.size(), 1u);
+    const auto& group = *manifest->directories[0];
+    EXPECT_EQ(group.path.string(), "%Bin%");
+    EXPECT_EQ(group.filter.bitness, Bitness::Bits64);
+    EXPECT_EQ(group.filter.arch, Arch::X86);
+    EXPECT_EQ(group.filter.osEdition, OsEdition::Server);
+    EXPECT_EQ(group.filter.minVersionNt, 1000u);
+    ASSERT_EQ(group.files.size(), 2u);
+    EXPECT_EQ(group.files[0]->path.string(), "a.dll");
+    EXPECT_EQ(group.files[1]->path.string(), "sub\\b.dll");
+    ASSERT_EQ(group.files[1]->checks.size(), 1u);
+    EXPECT_EQ(group.files[1]->checks[0].type, CheckType::Sha256);
+    EXPECT_EQ(check::ToHex(group.files[1]->checks[0].value), kAbcSha256);
+
+    ASSERT_EQ(manifest->files.size(), 2u);
+    const auto& readme = *manifest->files.at("%ProductRoot%\\readme.txt");
+    EXPECT_EQ(readme.filter.arch, Arch::X86_64) << "the configured condition must win";
+    EXPECT_EQ(readme.filter.osEdition, OsEdition::Server);
+    ASSERT_EQ(readme.checks.size(), 1u);
+    EXPECT_EQ(readme.checks[0].value, (Bytes{'h', 'e', 'l', 'l', 'o'}));
+    const auto& absent = *manifest->files.at("%ProductRoot%\\debug.log");
+    EXPECT_EQ(absent.checks.at(0).type, CheckType::NotExists);
+    EXPECT_TRUE(absent.checks.at(0).value.empty());
+
+    // No registry here: the value is promised to exist, on Windows only.
+    ASSERT_EQ(manifest->registries.size(), 1u);
+    EXPECT_EQ(manifest->registries[0]->filter.os, Os::Windows);
+    ASSERT_EQ(manifest->registries[0]->values.size(), 1u);
+    EXPECT_EQ(manifest->registries[0]->values[0]->type, RegistryType::Sz);
+    EXPECT_EQ(manifest->registries[0]->values[0]->checks.at(0).type, CheckType::Exists);
+
+    const std::string bin = (dir_ / "product" / "bin").string();
+    const auto messages = Messages();
+    EXPECT_THAT(messages, Contains("Begin enumeration of " + bin));
+    EXPECT_THAT(messages, Contains("End enumeration of " + bin + " with status Success"));
+    EXPECT_THAT(messages, Contains("Checker Sha256 added for %Bin%\\sub\\b.dll"));
+    EXPECT_THAT(messages, Contains("Checker NotExists added for %ProductRoot%\\debug.log"));
+    EXPECT_THAT(messages,
+                Contains(HasSubstr("Manifest file " + (dir_ / "m.xml").string() + " stored:")));
+
+    EXPECT_THAT(out_.str(), HasSubstr("Manifest " + (dir_ / "m.xml").string() + " written\n"));
+    EXPECT_THAT(out_.str(), HasSubstr("\tFiles: 0 / 0 / 4\n"));
+    EXPECT_THAT(out_.str(), HasSubstr("\tDirectories: 0 / 0 / 1\n"));
+    EXPECT_THAT(out_.str(), HasSubstr("\tRegistry values: 0 / 0 / 1\n"));
+    EXPECT_EQ(err_.str(), "");
+}
+
+TEST_F(GenerateActionTest, AnyFailedObjectLeavesTheOldManifestUntouched) {
+    ict_test::WriteText(dir_ / "product" / "readme.txt", "hello");
+    ict_test::WriteText(dir_ / "product" / "present.txt", "here");
+    ict_test::WriteText(dir_ / "m.xml", "old manifest");
+    const auto settings = Settings(R"(<ManifestGeneration productRoot="../product">
+  <Directory path="%ProductRoot%"><Include pattern="readme.txt"/></Directory>
+  <Directory path="%ProductRoot%\nothing"/>
+  <File path="%ProductRoot%\readme.txt"><Check type="Value"/></File>
+  <File path="%ProductRoot%\missing.txt"><Check type="Exists"/></File>
+  <File path="%ProductRoot%\present.txt"><Check type="NotExists"/></File>
+</ManifestGeneration>)",
+                                   dir_ / "m.xml");
+
+    EXPECT_FALSE(Run(settings));
+
+    EXPECT_EQ(ict_test::ReadText(dir_ / "m.xml"), "old manifest");
+    const std::string product = (dir_ / "product").string();
+    const std::string err = err_.str();
+    EXPECT_THAT(err, HasSubstr("Generation of directory %ProductRoot%\\nothing failed. Reason: "
+                               "Can't enumerate " +
+                               product + "/nothing. Reason: "));
+    EXPECT_THAT(err, HasSubstr("Generation of file %ProductRoot%\\readme.txt failed. Reason: " +
+                               product + "/readme.txt is already listed with other checks\n"));
+    EXPECT_THAT(err, HasSubstr("Generation of file %ProductRoot%\\missing.txt failed. Reason: " +
+                               product + "/missing.txt does not exist\n"));
+    EXPECT_THAT(err, HasSubstr("Generation of file %ProductRoot%\\present.txt failed. Reason: " +
+                               product + "/present.txt exists, but NotExists is its only check\n"));
+    EXPECT_THAT(err,
+                HasSubstr("Generation of manifest " + (dir_ / "m.xml").string() +
+                          " failed. Reason: some of its objects failed, so it was not written"));
+    EXPECT_THAT(Messages(),
+                Contains("End enumeration of " + product + "/nothing with status Failure"));
+    EXPECT_THAT(out_.str(), HasSubstr("\tManifests: 1 / 0 / 0\n"));
+    EXPECT_THAT(out_.str(), HasSubstr("\tFiles: 3 / 0 / 1\n"));
+    EXPECT_THAT(out_.str(), HasSubstr("\tDirectories: 1 / 0 / 1\n"));
+}
+
+}  // namespace
+}  // namespace integrity_check_tool::action

@@ -1,0 +1,169 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tool/generate/enum_printing.h"
+
+#include "common/exception.h"
+#include "generate/generation_config.h"
+#include "generate/nt_version.h"
+#include "support/e2e.h"
+
+namespace integrity_check_tool::generate {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+const boost::filesystem::path kOrigin = "/configs/product/generation.xml";
+
+std::string ErrorOf(const std::string& text) {
+    try {
+        ParseGenerationConfig(text, kOrigin);
+    } catch (const Exception& error) {
+        return error.GetMessage();
+    }
+    return "no error";
+}
+
+TEST(GenerationConfigTest, ReadsEveryPartOfTheVocabulary) {
+    const auto config = ParseGenerationConfig(R"(<?xml version="1.0"?>
+<ManifestGeneration productName="Demo" productVersion="1.0.0.1" productRoot="../tree">
+  <Check type="Sha256"/>
+  <Check type="Gost2012"/>
+  <Environment key="Bin" value="%ProductRoot%\bin" os="Windows"/>
+  <Directory path="%Bin%" group="true" bitness="64" minVersionNt="0x0A00">
+    <Include pattern="*.dll"/>
+    <Include pattern="*.exe"/>
+    <Exclude pattern="tmp/"/>
+    <Check type="Value"/>
+  </Directory>
+  <Directory path="%ProductRoot%\doc"/>
+  <File path="%ProductRoot%\debug.log" defined="strict"><Check type="NotExists"/></File>
+  <Registry path="HKEY_LOCAL_MACHINE\SOFTWARE\Demo" arch="X86">
+    <Value name="Version" type="REG_SZ"/>
+    <Value><Check type="Sha256"/></Value>
+  </Registry>
+</ManifestGeneration>)",
+                                              kOrigin);
+    EXPECT_EQ(config.productName, "Demo");
+    EXPECT_EQ(config.productVersion, "1.0.0.1");
+    ASSERT_TRUE(config.productRoot);
+    EXPECT_EQ(*config.productRoot, boost::filesystem::path("/configs/tree"));
+
+    ASSERT_EQ(config.environments.size(), 1u);
+    EXPECT_EQ(config.environments[0].key, "Bin");
+    EXPECT_EQ(config.environments[0].value, "%ProductRoot%\\bin");
+    EXPECT_EQ(config.environments[0].filter.os, Os::Windows);
+
+    ASSERT_EQ(config.directories.size(), 2u);
+    const auto& bin = config.directories[0];
+    EXPECT_EQ(bin.path, "%Bin%");
+    EXPECT_TRUE(bin.group);
+    EXPECT_EQ(bin.filter.bitness, Bitness::Bits64);
+    EXPECT_EQ(bin.filter.minVersionNt, 0x0A00u);
+    ASSERT_EQ(bin.includes.size(), 2u);
+    EXPECT_EQ(bin.includes[1].GetText(), "*.exe");
+    ASSERT_EQ(bin.excludes.size(), 1u);
+    EXPECT_TRUE(bin.excludes[0].Matches("tmp/a.dll"));
+    EXPECT_THAT(bin.checks, ElementsAre(CheckType::Value));
+    // Without checks of its own a folder takes the document's.
+    EXPECT_FALSE(config.directories[1].group);
+    EXPECT_THAT(config.directories[1].checks, ElementsAre(CheckType::Sha256, CheckType::Gost2012));
+
+    ASSERT_EQ(config.files.size(), 1u);
+    EXPECT_EQ(config.files[0].filter.defined, std::string("strict"));
+    EXPECT_THAT(config.files[0].checks, ElementsAre(CheckType::NotExists));
+
+    ASSERT_EQ(config.registries.size(), 1u);
+    const auto& registry = config.registries[0];
+    EXPECT_EQ(registry.filter.arch, Arch::X86);
+    ASSERT_EQ(registry.values.size(), 2u);
+    EXPECT_EQ(registry.values[0].type, RegistryType::Sz);
+    EXPECT_THAT(registry.values[0].checks, ElementsAre(CheckType::Value));
+    EXPECT_EQ(registry.values[1].name, "");
+    EXPECT_EQ(registry.values[1].type, RegistryType::Binary);
+    EXPECT_THAT(registry.values[1].checks, ElementsAre(CheckType::Sha256));
+}
+
+TEST(GenerationConfigTest, MinimalDocumentDefaults) {
+    const auto config = ParseGenerationConfig(
+        "<ManifestGeneration><Directory path='x'/><File path='y'>"
+        "<Check type='Exists'/><Check type='Exists'/></File></ManifestGeneration>",
+        kOrigin);
+    EXPECT_FALSE(config.productRoot);
+    EXPECT_TRUE(config.productName.empty());
+    EXPECT_THAT(config.directories.at(0).checks, ElementsAre(CheckType::Sha256));
+    EXPECT_TRUE(config.directories.at(0).includes.empty());
+    // A type listed twice counts once.
+    EXPECT_THAT(config.files.at(0).checks, ElementsAre(CheckType::Exists));
+}
+
+TEST(GenerationConfigTest, ContentErrorsNameFileRowAndCause) {
+    const std::string prefix = "Invalid generation configuration /configs/product/generation.xml, ";
+    EXPECT_EQ(ErrorOf("<Manifest/>"), prefix + "row 1: root element ManifestGeneration is absent");
+    EXPECT_EQ(ErrorOf("<ManifestGeneration>\n<Folder path='x'/></ManifestGeneration>"),
+              prefix + "row 2: unknown element Folder in ManifestGeneration");
+    EXPECT_EQ(ErrorOf("<ManifestGeneration>\n\n<Directory path='x' grup='true'/>"
+                      "</ManifestGeneration>"),
+              prefix + "row 3: unknown attribute grup of Directory");
+    EXPECT_EQ(ErrorOf("<ManifestGeneration><File/></ManifestGeneration>"),
+              prefix + "row 1: element File needs the attribute path");
+    EXPECT_EQ(ErrorOf("<ManifestGeneration><Environment key='A' value=''/></ManifestGeneration>"),
+              prefix + "row 1: element Environment needs the attribute value");
+    EXPECT_EQ(ErrorOf("<ManifestGeneration><Directory path='x' group='yes'/></ManifestGeneration>"),
+              prefix + "row 1: attribute group must be true or false, not yes");
+    EXPECT_EQ(ErrorOf("<ManifestGeneration><Check type='sha256'/></ManifestGeneration>"),
+              prefix + "row 1: Invalid name: sha256");
+    EXPECT_EQ(ErrorOf("<ManifestGeneration><File path='x' arch='x64'/></ManifestGeneration>"),
+              prefix + "row 1: Invalid name: x64");
+    EXPECT_EQ(
+        ErrorOf("<ManifestGeneration><File path='x' maxVersionNt='ten'/></ManifestGeneration>"),
+        prefix + "row 1: Invalid number: ten");
+    EXPECT_EQ(ErrorOf("<ManifestGeneration><Directory path='x'><Include pattern='[a'/>"
+                      "</Directory></ManifestGeneration>"),
+              prefix + "row 1: Invalid pattern [a: '[' without its closing ']'");
+    EXPECT_EQ(
+        ErrorOf("<ManifestGeneration><Directory path='%Bin%'><Check type='NotExists'/>"
+                "</Directory></ManifestGeneration>"),
+        prefix + "row 1: check type NotExists can't be used for the files of directory %Bin%");
+    EXPECT_THAT(ErrorOf("<ManifestGeneration>\n<File path='x'>"), HasSubstr(prefix + "row "));
+}
+
+TEST(GenerationConfigTest, ReadsFilesAndNamesUnreadableOnes) {
+    ict_test::TempDir dir;
+    ict_test::WriteText(dir / "c.xml",
+                        "<ManifestGeneration productRoot='tree'><Directory path='a'/>"
+                        "</ManifestGeneration>");
+    const auto config = ReadGenerationConfig(dir / "c.xml");
+    EXPECT_EQ(config.productRoot, (dir / "tree").lexically_normal());
+    EXPECT_EQ(config.directories.size(), 1u);
+
+    try {
+        ReadGenerationConfig(dir / "missing.xml");
+        FAIL() << "a missing configuration was read";
+    } catch (const Exception& error) {
+        EXPECT_THAT(error.GetMessage(), HasSubstr("Can't read generation configuration " +
+                                                  (dir / "missing.xml").string() + ". Reason: "));
+    }
+    EXPECT_THROW(ReadGenerationConfig(dir.Path()), Exception);
+}
+
+TEST(NtVersionTest, DottedDecimalAndHexadecimalForms) {
+    EXPECT_EQ(ParseNtVersion("10.0"), 1000u);
+    EXPECT_EQ(ParseNtVersion("6.1"), 601u);
+    EXPECT_EQ(ParseNtVersion("1000"), 1000u);
+    EXPECT_EQ(ParseNtVersion("0x3E8"), 1000u);
+    for (const char* bad : {"", "ten", "10.", "10.0.1", " 10.0", "-1", "0x"}) {
+        EXPECT_THROW(ParseNtVersion(bad), Exception) << bad;
+    }
+    try {
+        ParseNtVersion("win10");
+        FAIL() << "win10 was read as a version";
+    } catch (const Exception& error) {
+        EXPECT_EQ(error.GetMessage(),
+                  "Invalid version win10: expected major.minor (10.0) or a number (1000)");
+    }
+}
+
+}  // namespace
+}  // namespace integrity_check_tool::generate

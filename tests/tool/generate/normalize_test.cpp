@@ -1,0 +1,77 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tool/generate/enum_printing.h"
+
+#include "action/normalize.h"
+#include "tool/generate/generate_fixture.h"
+#include "xml/file.h"
+
+namespace integrity_check_tool::action {
+namespace {
+
+namespace fs = boost::filesystem;
+using testing::Contains;
+using testing::HasSubstr;
+using testing::Not;
+
+class NormalizeTest : public testing::Test, public ict_test::GenerateFixture {
+protected:
+    bool Run(const fs::path& path) {
+        Normalize action(tracer_, NormalizeSettings{path});
+        EXPECT_EQ(action.GetName(), "Normalize");
+        return action.Execute();
+    }
+};
+
+TEST_F(NormalizeTest, GroupsPlaceholdersAndRegistryKeysSurvive) {
+    const fs::path path = dir_ / "m.xml";
+    ict_test::WriteText(path, R"(<Config><Manifest productName="Demo">
+  <Environment key="Bin" value="%ProductRoot%\bin"/>
+  <Files path="%Bin%" arch="X86"><File path="p.dll"><Check/></File></Files>
+  <Registry path="HKEY_LOCAL_MACHINE\SOFTWARE\Demo" os="Windows">
+    <Value name="Version" type="REG_SZ"><Check type="Value" value="AQID"/></Value>
+  </Registry>
+</Manifest></Config>)");
+    ASSERT_TRUE(Run(path));
+
+    const auto manifest = xml::File(nullptr).Load(path);
+    EXPECT_EQ(manifest->productName, "Demo");
+    ASSERT_EQ(manifest->environments.size(), 1u);
+    EXPECT_EQ(manifest->environments[0].value, "%ProductRoot%\\bin");
+    ASSERT_EQ(manifest->directories.size(), 1u);
+    EXPECT_EQ(manifest->directories[0]->path.string(), "%Bin%");
+    EXPECT_EQ(manifest->directories[0]->filter.arch, Arch::X86);
+    ASSERT_EQ(manifest->registries.size(), 1u);
+    EXPECT_EQ(manifest->registries[0]->values.at(0)->checks.at(0).value, (Bytes{1, 2, 3}));
+    const std::string text = ict_test::ReadText(path);
+    EXPECT_THAT(text, Not(HasSubstr("<Config>")));
+    EXPECT_THAT(Messages(), Contains("Manifest " + path.string() + " normalized"));
+    // The current dialect comes back unchanged.
+    ASSERT_TRUE(Run(path));
+    EXPECT_EQ(ict_test::ReadText(path), text);
+}
+
+TEST_F(NormalizeTest, BadInputLeavesTheFileByteForByte) {
+    const std::string broken =
+        "<Manifest>\r\n  <File path=\"a\"><Check type=\"sha256\"/></File>\r\n";
+    const std::string badName =
+        "<Manifest>\r\n  <File path=\"a\"><Check type=\"sha256\"/></File>\r\n</Manifest>";
+    for (const std::string& content : {broken, badName, std::string("<Other/>")}) {
+        const fs::path path = dir_ / "m.xml";
+        ict_test::WriteText(path, content);
+        EXPECT_FALSE(Run(path)) << content;
+        EXPECT_EQ(ict_test::ReadText(path), content);
+    }
+    const auto messages = Messages();
+    EXPECT_THAT(messages,
+                Contains(HasSubstr("Normalization of manifest " + (dir_ / "m.xml").string() +
+                                   " failed. Reason: Invalid name: sha256")));
+    EXPECT_THAT(messages, Contains(HasSubstr("XML node Manifest is absent")));
+
+    EXPECT_FALSE(Run(dir_ / "none.xml"));
+    EXPECT_FALSE(fs::exists(dir_ / "none.xml"));
+}
+
+}  // namespace
+}  // namespace integrity_check_tool::action
