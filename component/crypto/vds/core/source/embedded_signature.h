@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "chain_validation.h"
+#include "handles.h"
+#include "object_reader.h"
+
+namespace vds::core {
+
+struct VerificationRequest {
+    const VdsVerifier* verifier = nullptr;
+    const ObjectReader* reader = nullptr;
+    VdsBlob purpose{nullptr, 0};
+    const VdsBlob* additionalContent = nullptr;  // null: no file-name binding
+};
+
+struct SignatureOutcome {
+    VdsVerificationFlags flags = 0;
+    bool trusted = false;
+    std::uint64_t checkedContentSize = 0;
+    ChainOutcome chain;  // of the decisive signer
+};
+
+// Verifies the signatures appended to the object, the outermost first: each
+// is a CMS SignedData over the bytes before it. Returns vdsOk with the outcome
+// (trusted or not), or the failure that kept the object from being read.
+VdsResult VerifyEmbeddedSignatures(const VerificationRequest& request, SignatureOutcome* outcome);
+
+}  // namespace vds::core

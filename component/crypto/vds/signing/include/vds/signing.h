@@ -1,0 +1,69 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <openssl/bio.h>
+#include <openssl/evp.h>
+#include <openssl/x509.h>
+#include <boost/filesystem/path.hpp>
+#include <boost/optional.hpp>
+
+// Making VDS signatures, catalogs and revocation containers: what the signing
+// tool and the tests need. The checker itself never signs.
+namespace vds::signing {
+
+// A failure with a message that names the file and the reason.
+class Error : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+struct SignerMaterial {
+    std::shared_ptr<X509> certificate;
+    std::shared_ptr<EVP_PKEY> key;
+    std::vector<std::shared_ptr<X509>> chain;  // included in the signature, signer excluded
+};
+
+// Loads the signer's certificate, its private key and optionally more
+// certificates (all PEM). Loads the GOST engine first.
+SignerMaterial LoadSignerMaterial(const boost::filesystem::path& certificate,
+                                  const boost::filesystem::path& key,
+                                  const boost::optional<boost::filesystem::path>& chain);
+
+struct SignOptions {
+    // Bind the signature to this additional content (see FileNameContent).
+    boost::optional<std::vector<std::uint8_t>> additionalContent;
+    // Remove an existing outermost signature first.
+    bool replace = false;
+    // Sign an already signed file over its signature (a second, outer signature).
+    bool nest = false;
+};
+
+// The detached DER CMS SignedData over everything `content` delivers.
+std::vector<std::uint8_t> SignContent(BIO* content, const SignerMaterial& material,
+                                      const SignOptions& options);
+
+// Appends a signature and its trailer to `file`. A signed file is refused
+// unless `replace` or `nest` is set. The file is replaced atomically.
+void SignFile(const boost::filesystem::path& file, const SignerMaterial& material,
+              const SignOptions& options);
+
+// The additional content of file-name binding: the name as UTF-16LE code
+// units followed by one zero code unit. Invalid UTF-8 throws Error.
+std::vector<std::uint8_t> FileNameContent(const std::string& utf8Name);
+
+// Catalog content (vds/catalog_format.h) listing `digests` made with the
+// algorithm of OpenSSL short name `algorithm` ("md_gost12_256", "SHA256", ...).
+std::vector<std::uint8_t> MakeCatalogContent(const std::string& algorithm,
+                                             const std::vector<std::vector<std::uint8_t>>& digests);
+
+// A revocation container: a degenerate PKCS#7 SignedData holding the CRLs
+// (PEM or DER files), as `openssl crl2pkcs7` writes it.
+std::vector<std::uint8_t> MakeRevocationContainer(
+    const std::vector<boost::filesystem::path>& crlFiles);
+
+}  // namespace vds::signing

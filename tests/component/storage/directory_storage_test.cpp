@@ -1,0 +1,198 @@
+#include <cstdint>
+#include <fstream>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <boost/filesystem.hpp>
+
+#include "storage/container_format.h"
+#include "storage/container_writer.h"
+#include "storage/storage.h"
+
+namespace {
+
+namespace fs = boost::filesystem;
+using storage::ContainerEncoding;
+using Bytes = std::vector<std::uint8_t>;
+
+Bytes RandomBytes(std::size_t size, unsigned seed) {
+    std::mt19937 engine(seed);
+    Bytes bytes(size);
+    for (auto& byte : bytes) {
+        // Few distinct values: compressible, yet not trivially so.
+        byte = static_cast<std::uint8_t>(engine() % 7);
+    }
+    return bytes;
+}
+
+class DirectoryStorageTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        directory_ = fs::temp_directory_path() / fs::unique_path("storage-test-%%%%%%%%");
+        fs::create_directories(directory_);
+    }
+    void TearDown() override { fs::remove_all(directory_); }
+
+    void WriteFile(const std::string& name, const Bytes& bytes) {
+        std::ofstream stream((directory_ / name).string(), std::ios::binary);
+        stream.write(reinterpret_cast<const char*>(bytes.data()),
+                     static_cast<std::streamsize>(bytes.size()));
+    }
+
+    Bytes ReadFile(const std::string& name) {
+        std::ifstream stream((directory_ / name).string(), std::ios::binary);
+        return Bytes(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
+    }
+
+    storage::IContainerPtr Open(const std::string& name, ruk::result_t expected) {
+        storage::IStoragePtr opened;
+        EXPECT_EQ(storage::OpenDirectoryStorage(directory_, &opened), ruk::result::Success);
+        storage::IContainerPtr container;
+        EXPECT_EQ(opened->OpenContainer(name, &container), expected);
+        return container;
+    }
+
+    // Reads the whole container in chunks of `chunk` bytes; the last result
+    // code goes to `code`.
+    Bytes ReadAll(storage::IContainer& container, std::size_t chunk, ruk::result_t* code) {
+        Bytes content;
+        Bytes buffer(chunk);
+        for (;;) {
+            std::size_t read = 0;
+            *code = container.Read(buffer.data(), buffer.size(), &read);
+            content.insert(content.end(), buffer.begin(), buffer.begin() + read);
+            if (ruk::Failed(*code) || read < chunk) {
+                return content;
+            }
+        }
+    }
+
+    fs::path directory_;
+};
+
+TEST_F(DirectoryStorageTest, BothEncodingsRoundTripInAnyChunkSize) {
+    const Bytes content = RandomBytes(3 * 1024 * 1024 + 17, 1);
+    for (const auto encoding : {ContainerEncoding::Raw, ContainerEncoding::Compressed}) {
+        ASSERT_EQ(storage::WriteContainer(directory_, "data.rdb", content, encoding),
+                  ruk::result::Success);
+        for (const std::size_t chunk : {std::size_t{1000003}, std::size_t{1} << 22}) {
+            auto container = Open("data.rdb", ruk::result::Success);
+            ASSERT_TRUE(container);
+            EXPECT_EQ(container->GetEncoding(), encoding);
+            std::uint64_t size = 0;
+            ASSERT_EQ(container->GetSize(&size), ruk::result::Success);
+            EXPECT_EQ(size, content.size());
+            ruk::result_t code = ruk::result::Fail;
+            EXPECT_EQ(ReadAll(*container, chunk, &code), content);
+            EXPECT_EQ(code, ruk::result::Success);
+        }
+    }
+    // The compressed file is the smaller one and the writer left no temporaries.
+    EXPECT_LT(fs::file_size(directory_ / "data.rdb"), content.size() / 2);
+    EXPECT_EQ(std::distance(fs::directory_iterator(directory_), fs::directory_iterator()), 1);
+}
+
+TEST_F(DirectoryStorageTest, EmptyContainersReadNothing) {
+    for (const auto encoding : {ContainerEncoding::Raw, ContainerEncoding::Compressed}) {
+        ASSERT_EQ(storage::WriteContainer(directory_, "empty", {}, encoding), ruk::result::Success);
+        auto container = Open("empty", ruk::result::Success);
+        ASSERT_TRUE(container);
+        std::uint64_t size = 1;
+        ASSERT_EQ(container->GetSize(&size), ruk::result::Success);
+        EXPECT_EQ(size, 0u);
+        std::uint8_t byte = 0;
+        std::size_t read = 1;
+        EXPECT_EQ(container->Read(&byte, 1, &read), ruk::result::Success);
+        EXPECT_EQ(read, 0u);
+    }
+}
+
+TEST_F(DirectoryStorageTest, DamagedCompressedStreamsFailEveryRead) {
+    const Bytes content = RandomBytes(200000, 2);
+    Bytes good;
+    ASSERT_EQ(storage::format::EncodeContainer(content, ContainerEncoding::Compressed, &good),
+              ruk::result::Success);
+
+    struct Damage {
+        const char* what;
+        Bytes file;
+    };
+    std::vector<Damage> damages;
+    Bytes flipped = good;
+    flipped[good.size() / 2] ^= 0x5A;
+    damages.push_back({"flipped byte", flipped});
+    damages.push_back({"truncated", Bytes(good.begin(), good.end() - 20)});
+    Bytes checksum = good;
+    checksum.back() ^= 1;
+    damages.push_back({"bad checksum", checksum});
+    Bytes trailing = good;
+    trailing.push_back(0);
+    damages.push_back({"bytes after the stream", trailing});
+    Bytes longer = good;
+    longer[8] -= 1;  // the stream produces one byte more than declared
+    damages.push_back({"longer than declared", longer});
+    Bytes shorter = good;
+    shorter[8] += 1;
+    damages.push_back({"shorter than declared", shorter});
+    Bytes garbage(good.begin(), good.begin() + storage::format::kHeaderSize);
+    garbage.resize(good.size(), 0xEE);
+    damages.push_back({"not zlib", garbage});
+
+    for (const auto& damage : damages) {
+        SCOPED_TRACE(damage.what);
+        WriteFile("damaged", damage.file);
+        auto container = Open("damaged", ruk::result::Success);
+        ASSERT_TRUE(container);
+        ruk::result_t code = ruk::result::Success;
+        ReadAll(*container, 65536, &code);
+        EXPECT_EQ(code, ruk::result::InvalidFormat);
+        std::uint8_t byte = 0;
+        std::size_t read = 1;
+        EXPECT_EQ(container->Read(&byte, 1, &read), ruk::result::InvalidFormat);
+        EXPECT_EQ(read, 0u);
+    }
+}
+
+TEST_F(DirectoryStorageTest, ImpossibleHeaderFailsOnOpen) {
+    Bytes file(storage::format::kCompressedMagic.begin(), storage::format::kCompressedMagic.end());
+    file.resize(storage::format::kHeaderSize, 0xFF);
+    WriteFile("huge", file);
+    EXPECT_FALSE(Open("huge", ruk::result::InvalidFormat));
+}
+
+TEST_F(DirectoryStorageTest, NamesAndPathsAreChecked) {
+    ASSERT_EQ(storage::WriteContainer(directory_, "present", {1, 2, 3}, ContainerEncoding::Raw),
+              ruk::result::Success);
+    const std::vector<std::string> badNames = {
+        "", ".", "..", "../present", "sub/present", "a\\b", "c:d", std::string("pre\0sent", 8)};
+    for (const std::string& name : badNames) {
+        SCOPED_TRACE(name);
+        Open(name, ruk::result::InvalidArgument);
+        EXPECT_EQ(storage::WriteContainer(directory_, name, {1}, ContainerEncoding::Raw),
+                  ruk::result::InvalidArgument);
+    }
+    Open("absent", ruk::result::NotFound);
+    fs::create_directory(directory_ / "folder");
+    Open("folder", ruk::result::InvalidArgument);
+
+    storage::IStoragePtr opened;
+    EXPECT_EQ(storage::OpenDirectoryStorage(directory_ / "missing", &opened),
+              ruk::result::NotFound);
+    EXPECT_EQ(storage::OpenDirectoryStorage(directory_ / "present", &opened),
+              ruk::result::InvalidArgument);
+    EXPECT_FALSE(opened);
+    EXPECT_EQ(storage::WriteContainer(directory_ / "missing", "x", {1}, ContainerEncoding::Raw),
+              ruk::result::NotFound);
+}
+
+TEST_F(DirectoryStorageTest, WriterReplacesAnExistingContainer) {
+    ASSERT_EQ(storage::WriteContainer(directory_, "crl", Bytes(100, 7), ContainerEncoding::Raw),
+              ruk::result::Success);
+    ASSERT_EQ(storage::WriteContainer(directory_, "crl", {9, 8}, ContainerEncoding::Raw),
+              ruk::result::Success);
+    EXPECT_EQ(ReadFile("crl"), (Bytes{9, 8}));
+}
+
+}  // namespace

@@ -1,0 +1,226 @@
+#pragma once
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "support/file_helpers.h"
+#include "support/temp_dir.h"
+#include "support/vds/vds_material.h"
+#include "vds/vds_core.h"
+
+namespace vds_core_test {
+
+using ict_test::vds::Bytes;
+
+// Serves an object from memory; can be told to fail from some offset on.
+struct MemoryObject {
+    Bytes bytes;
+    std::uint64_t failFrom = UINT64_MAX;
+
+    static bool Read(void* context, std::uint64_t offset, void* buffer, std::size_t size,
+                     std::size_t* read) {
+        auto* self = static_cast<MemoryObject*>(context);
+        if (offset + size > self->failFrom) {
+            return false;
+        }
+        const std::size_t available = offset >= self->bytes.size()
+                                          ? 0
+                                          : static_cast<std::size_t>(self->bytes.size() - offset);
+        *read = std::min(size, available);
+        std::memcpy(buffer, self->bytes.data() + offset, *read);
+        return true;
+    }
+
+    VdsReadCallback Callback() { return {this, &MemoryObject::Read, bytes.size()}; }
+};
+
+// Keeps the names of the events in order; answers the questions as told.
+class RecordingHandler : public IVdsVerificationResultHandler {
+public:
+    std::vector<std::string> events;
+    bool nextSignerInfo = false;
+    bool nextSignedData = false;
+    bool forceSignedData = false;
+    std::vector<std::string> chainSubjects;
+    std::size_t lastDigestsCount = 0;
+    std::string lastHierarchyId;
+
+    void OnVerifierCreated(const void*, std::size_t, const VdsCertificateInfo*) override {
+        events.push_back("OnVerifierCreated");
+    }
+    void OnRevocationCheckerCreated(const void*, std::size_t) override {
+        events.push_back("OnRevocationCheckerCreated");
+    }
+    void OnCertificateParsingFailed(std::size_t, const VdsBlob&) override {
+        events.push_back("OnCertificateParsingFailed");
+    }
+    void OnRevocationDbLoad(const char* id, std::int64_t) override {
+        lastHierarchyId = id;
+        events.push_back("OnRevocationDbLoad");
+    }
+    void OnRdbLoadFailed(const char*, std::size_t, VdsResult) override {
+        events.push_back("OnRdbLoadFailed");
+    }
+    void OnFileFormat(VdsFileFormat) override { events.push_back("OnFileFormat"); }
+    void OnSignedDataStarted(std::size_t, std::size_t) override {
+        events.push_back("OnSignedDataStarted");
+    }
+    void OnSignerInfoStarted(const char*, const char*) override {
+        events.push_back("OnSignerInfoStarted");
+    }
+    void OnContentProcessed(std::uint64_t, std::uint64_t, std::uint64_t, const VdsBlob&,
+                            const VdsDigest*, std::size_t count) override {
+        lastDigestsCount = count;
+        events.push_back("OnContentProcessed");
+    }
+    void OnAdditionalContent(const VdsBlob&, const VdsDigest*, std::size_t) override {
+        events.push_back("OnAdditionalContent");
+    }
+    void OnCertificateSignCheckFailure(const char*, const char*) override {
+        events.push_back("OnCertificateSignCheckFailure");
+    }
+    void LogCertificateChain(const VdsCertificateInfo* chain, std::size_t count) override {
+        chainSubjects.clear();
+        for (std::size_t index = 0; index < count; ++index) {
+            chainSubjects.push_back(chain[index].subject);
+        }
+        events.push_back("LogCertificateChain");
+    }
+    void OnValidatedContentChain(VdsVerificationFlags) override {
+        events.push_back("OnValidatedContentChain");
+    }
+    void OnValidatedTimestampChain(VdsVerificationFlags) override {
+        events.push_back("OnValidatedTimestampChain");
+    }
+    void OnSignerInfoChecked(std::int64_t, VdsVerificationFlags) override {
+        events.push_back("OnSignerInfoChecked");
+    }
+    bool IsNextSignerInfoRequired() override {
+        events.push_back("IsNextSignerInfoRequired");
+        return nextSignerInfo;
+    }
+    void OnSignedDataChecked(VdsVerificationFlags) override {
+        events.push_back("OnSignedDataChecked");
+    }
+    bool IsNextSignedDataRequired() override {
+        events.push_back("IsNextSignedDataRequired");
+        return nextSignedData;
+    }
+    void OnEmbeddedSignatureChecked(VdsVerificationFlags) override {
+        events.push_back("OnEmbeddedSignatureChecked");
+    }
+    void OnFinalResult(VdsResult, VdsVerificationFlags) override {
+        events.push_back("OnFinalResult");
+    }
+    void OnHashContainer(const char*, std::size_t) override { events.push_back("OnHashContainer"); }
+    void OnHashFound(const char*, const char*, const char*, VdsVerificationFlags,
+                     VdsVerificationFlags, VdsVerificationFlags) override {
+        events.push_back("OnHashFound");
+    }
+    bool IsSignedDataVerificationRequiredForcedly() override {
+        events.push_back("IsSignedDataVerificationRequiredForcedly");
+        return forceSignedData;
+    }
+
+    bool Saw(const std::string& event) const {
+        return std::find(events.begin(), events.end(), event) != events.end();
+    }
+};
+
+// Owns a core verifier over the four development roots.
+class CoreFixture : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_EQ(VdsInitializeLibrary(), vdsOk); }
+    void TearDown() override {
+        VdsReleaseVerifier(verifier_);
+        VdsReleaseRevocationChecker(checker_);
+    }
+
+    static std::vector<Bytes> AllRoots() {
+        std::vector<Bytes> roots;
+        for (const char* name : {"3520p1", "3020d1", "4820d1", "4823d1"}) {
+            roots.push_back(ict_test::vds::RootCertificate(name));
+        }
+        return roots;
+    }
+
+    VdsResult CreateVerifier(const std::vector<Bytes>& roots = AllRoots(),
+                             const VdsRevocationChecker* checker = nullptr) {
+        roots_ = roots;
+        std::vector<VdsBlob> blobs;
+        for (const auto& root : roots_) {
+            blobs.push_back({root.data(), root.size()});
+        }
+        VdsReleaseVerifier(verifier_);
+        verifier_ = nullptr;
+        return VdsCreateVerifier_Ex(blobs.data(), blobs.size(), checker, &handler_, &verifier_);
+    }
+
+    // Checker over the databases of the named CRL files.
+    VdsRevocationChecker* CreateChecker(const std::vector<std::string>& crls) {
+        const Bytes container = ict_test::vds::RevocationContainer(crls);
+        const VdsBlob blob{container.data(), container.size()};
+        VdsRevocationContainer* handle = nullptr;
+        EXPECT_EQ(VdsRevocationLoadContainer(&blob, &handle), vdsOk);
+        std::size_t count = 0;
+        EXPECT_EQ(VdsRevocationGetDatabaseCount(handle, &count), vdsOk);
+        std::vector<VdsLoadedRevocationDb*> loaded;
+        for (std::size_t index = 0; index < count; ++index) {
+            const VdsRevocationDatabase* database = nullptr;
+            EXPECT_EQ(VdsRevocationGetDatabase(handle, index, &database), vdsOk);
+            VdsLoadedRevocationDb* db = nullptr;
+            EXPECT_EQ(VdsRevocationLoadDb(database, index, nullptr, &db), vdsOk);
+            loaded.push_back(db);
+        }
+        VdsRevocationReleaseContainer(handle);
+        VdsReleaseRevocationChecker(checker_);
+        checker_ = nullptr;
+        EXPECT_EQ(VdsCreateRevocationChecker(loaded.data(), loaded.size(), &checker_), vdsOk);
+        for (auto* db : loaded) {
+            VdsRevocationReleaseDb(db);
+        }
+        return checker_;
+    }
+
+    VdsResult Verify(MemoryObject& object, VdsVerificationResultData* result,
+                     const Bytes* fileName = nullptr) {
+        const Bytes purpose = ict_test::vds::Purpose();
+        const VdsBlob purposeBlob{purpose.data(), purpose.size()};
+        const VdsReadCallback callback = object.Callback();
+        if (fileName == nullptr) {
+            return VdsVerifyObjectByCallback_Ex(verifier_, &callback, &purposeBlob, result);
+        }
+        const VdsBlob name{fileName->data(), fileName->size()};
+        return VdsVerifyObjectByCallbackWithAdditionalContent_Ex(verifier_, &callback, &name,
+                                                                 &purposeBlob, result);
+    }
+
+    // A file of `size` pattern bytes signed by `signer`, read back.
+    Bytes SignedContent(const std::string& signer, std::size_t size = 5000,
+                        bool bindFileName = false, const std::string& name = "payload.bin") {
+        const auto path = scratch_ / name;
+        ict_test::WriteBytes(path, Pattern(size));
+        ict_test::vds::Sign(path, signer, bindFileName);
+        return ict_test::vds::ReadBytes(path);
+    }
+
+    static Bytes Pattern(std::size_t size) {
+        Bytes bytes(size);
+        for (std::size_t index = 0; index < size; ++index) {
+            bytes[index] = static_cast<std::uint8_t>(index * 31 + 7);
+        }
+        return bytes;
+    }
+
+    ict_test::TempDir scratch_;
+    RecordingHandler handler_;
+    std::vector<Bytes> roots_;
+    VdsVerifier* verifier_ = nullptr;
+    VdsRevocationChecker* checker_ = nullptr;
+};
+
+}  // namespace vds_core_test
