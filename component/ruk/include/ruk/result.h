@@ -20,7 +20,8 @@ constexpr result_t OutOfMemory = -5;
 constexpr result_t NotImplemented = -6;
 constexpr result_t EndOfStream = -7;
 constexpr result_t NotSupported = -8;
-constexpr result_t ObjectUntrusted = -9;
+// The untrusted-object failure keeps its historical value.
+constexpr result_t ObjectUntrusted = static_cast<result_t>(0x80000106u);
 constexpr result_t InvalidFormat = -10;
 constexpr result_t AlreadyExists = -11;
 constexpr result_t IoError = -12;
