@@ -42,14 +42,22 @@ result_t MemoryIO::Write(const void* buffer, std::size_t size, std::size_t* writ
 result_t MemoryIO::Seek(std::int64_t offset, SeekOrigin origin, std::uint64_t* position) {
     std::int64_t base = 0;
     switch (origin) {
-        case SeekOrigin::Begin: base = 0; break;
-        case SeekOrigin::Current: base = static_cast<std::int64_t>(position_); break;
-        case SeekOrigin::End: base = static_cast<std::int64_t>(data_.size()); break;
+        case SeekOrigin::Begin:
+            base = 0;
+            break;
+        case SeekOrigin::Current:
+            base = static_cast<std::int64_t>(position_);
+            break;
+        case SeekOrigin::End:
+            base = static_cast<std::int64_t>(data_.size());
+            break;
     }
-    const std::int64_t target = base + offset;
-    if (target < 0) {
+    // Checked before adding: a huge offset must not overflow into a valid position.
+    if ((offset > 0 && base > std::numeric_limits<std::int64_t>::max() - offset) ||
+        base + offset < 0) {
         return result::InvalidArgument;
     }
+    const std::int64_t target = base + offset;
     position_ = static_cast<std::uint64_t>(target);
     if (position != nullptr) {
         *position = position_;

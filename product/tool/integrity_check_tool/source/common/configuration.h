@@ -22,6 +22,10 @@ struct GenerateSettings {
     std::string version;
     Arch arch = Arch::X86_64;
     OsEdition osEdition = OsEdition::Desktop;
+    // Whether arch and osEdition are stamped on the generated records (the
+    // version is, when it is not empty); unstamped manifests fit any system.
+    bool stampArch = false;
+    bool stampOsEdition = false;
 };
 
 struct NormalizeSettings {

@@ -1,0 +1,33 @@
+#!/usr/bin/env bash
+# The whole test lane: dependencies, the sanitizer build (`test` preset:
+# AddressSanitizer + UndefinedBehaviorSanitizer, warnings as errors), the
+# Windows compile check and every test. Exits non-zero when any step fails.
+set -uo pipefail
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+cd "$root" || exit 1
+
+step() { printf '\n=== %s ===\n' "$*"; }
+
+step "Dependencies"
+bash scripts/install-deps.sh || exit 1
+
+step "Configure (test preset)"
+cmake --preset test || exit 1
+
+step "Build"
+cmake --build --preset test || exit 1
+
+failed=()
+
+step "Windows compile check"
+bash scripts/check-windows.sh || failed+=("windows compile check")
+
+step "Tests"
+ctest --preset test || failed+=("tests")
+
+if [[ ${#failed[@]} -ne 0 ]]; then
+    printf '\ntest.sh: FAILED: %s\n' "${failed[*]}" >&2
+    exit 1
+fi
+printf '\ntest.sh: all steps passed\n'

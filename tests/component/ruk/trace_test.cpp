@@ -1,0 +1,83 @@
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "ruk/service_locator.h"
+#include "ruk/trace.h"
+#include "support/file_helpers.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::MatchesRegex;
+
+TEST(RukTraceTest, LevelWordsFollowTheLevelBands) {
+    EXPECT_STREQ(ruk::GetLevelWord(300), "ERROR");
+    EXPECT_STREQ(ruk::GetLevelWord(301), "WARNING");
+    EXPECT_STREQ(ruk::GetLevelWord(400), "WARNING");
+    EXPECT_STREQ(ruk::GetLevelWord(600), "INFO");
+    EXPECT_STREQ(ruk::GetLevelWord(700), "START");
+    EXPECT_STREQ(ruk::GetLevelWord(800), "DEBUG");
+}
+
+TEST(RukTraceTest, TracerWritesPrefixedLinesUpToItsLevelToEveryChannel) {
+    ruk::intrusive_ptr<ruk::ITracer> tracer;
+    ASSERT_EQ(ruk::GetRootServiceLocator()->CreateTracer(&tracer), ruk::result::Success);
+    EXPECT_EQ(tracer->GetLevel(), 0u);
+    ruk::intrusive_ptr<ruk::MemoryTraceChannel> first(new ruk::MemoryTraceChannel());
+    ruk::intrusive_ptr<ruk::MemoryTraceChannel> second(new ruk::MemoryTraceChannel());
+    ASSERT_EQ(tracer->AttachChannel(first), ruk::result::Success);
+    ASSERT_EQ(tracer->AttachChannel(second), ruk::result::Success);
+    EXPECT_EQ(tracer->AttachChannel(nullptr), ruk::result::InvalidArgument);
+    ASSERT_EQ(tracer->SetLevel(700), ruk::result::Success);
+
+    tracer->Write(700, "start-up fact");
+    tracer->Write(701, "too detailed");
+    tracer->Write(300, "an error");
+
+    // "%X %I %p": time, thread id, level word, then the text.
+    EXPECT_THAT(first->Lines(),
+                ElementsAre(MatchesRegex("[0-9]+:[0-9]+:[0-9]+ [^ ]+ START start-up fact"),
+                            MatchesRegex("[0-9]+:[0-9]+:[0-9]+ [^ ]+ ERROR an error")));
+    EXPECT_EQ(first->Lines(), second->Lines());
+}
+
+TEST(RukTraceTest, FileChannelTruncatesTheFileAndAppendsEachLine) {
+    ict_test::TempDir dir;
+    const auto path = dir / "trace.log";
+    ict_test::WriteText(path, "old content\n");
+    ruk::intrusive_ptr<ruk::ITraceChannel> channel;
+    ASSERT_EQ(ruk::CreateFileTraceChannel(path, &channel), ruk::result::Success);
+    channel->WriteLine("one");
+    channel->WriteLine("two");
+    // Each line is flushed at once: readable while the channel is still open.
+    EXPECT_EQ(ict_test::ReadText(path), "one\ntwo\n");
+
+    ruk::intrusive_ptr<ruk::ITraceChannel> failed;
+    EXPECT_TRUE(ruk::Failed(ruk::CreateFileTraceChannel(dir / "no" / "such" / "dir.log", &failed)));
+    EXPECT_TRUE(ruk::Failed(ruk::CreateFileTraceChannel(dir.Path(), &failed)));
+    EXPECT_FALSE(failed);
+}
+
+TEST(RukTraceTest, RootLocatorHandsOutOneServiceAndFreshTracers) {
+    ruk::IServiceLocator* locator = ruk::GetRootServiceLocator();
+    ASSERT_NE(locator, nullptr);
+    EXPECT_EQ(locator, ruk::GetRootServiceLocator());
+    ruk::intrusive_ptr<ruk::IService> first;
+    ruk::intrusive_ptr<ruk::IService> second;
+    ASSERT_EQ(locator->GetService(&first), ruk::result::Success);
+    ASSERT_EQ(locator->GetService(&second), ruk::result::Success);
+    ASSERT_TRUE(first);
+    EXPECT_EQ(first, second);
+    EXPECT_EQ(locator->GetService(nullptr), ruk::result::InvalidArgument);
+
+    ruk::intrusive_ptr<ruk::ITracer> a;
+    ruk::intrusive_ptr<ruk::ITracer> b;
+    ASSERT_EQ(locator->CreateTracer(&a), ruk::result::Success);
+    ASSERT_EQ(locator->CreateTracer(&b), ruk::result::Success);
+    EXPECT_NE(a, b);
+}
+
+}  // namespace

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <boost/filesystem/operations.hpp>
+#include <boost/filesystem/path.hpp>
+
+namespace ict_test {
+
+// Each helper creates missing parent directories where it writes and throws
+// std::runtime_error naming the path when it fails.
+
+// Writes `text` as it is (no line-end translation), replacing any old content.
+void WriteText(const boost::filesystem::path& path, const std::string& text);
+void WriteBytes(const boost::filesystem::path& path, const std::vector<std::uint8_t>& bytes);
+std::string ReadText(const boost::filesystem::path& path);
+
+// Creates a named pipe (POSIX only; throws elsewhere). Nothing ever writes to
+// it, so a program that opens it for reading would wait: tests use it to
+// prove a path is never opened.
+void MakeFifo(const boost::filesystem::path& path);
+
+// Sets the permission bits exactly (e.g. boost::filesystem::no_perms).
+void SetPermissions(const boost::filesystem::path& path, boost::filesystem::perms permissions);
+
+// True when the process has the rights to read any file (root on POSIX):
+// permission-based tests cannot fail a read then.
+bool CanReadEverything();
+
+}  // namespace ict_test

@@ -1,0 +1,126 @@
+#include <sstream>
+#include <stdexcept>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "common/exception.h"
+#include "common/run_statistics.h"
+
+namespace {
+
+using namespace integrity_check_tool;
+using testing::ElementsAre;
+using testing::EndsWith;
+
+class RunStatisticsTest : public testing::Test {
+protected:
+    RunStatistics MakeStatistics(bool verbose) {
+        return RunStatistics(std::make_shared<Tracer>(800, channel_),
+                             std::make_shared<ConsoleOutput>(verbose, out_, err_));
+    }
+
+    ruk::intrusive_ptr<ruk::MemoryTraceChannel> channel_{new ruk::MemoryTraceChannel()};
+    std::ostringstream out_;
+    std::ostringstream err_;
+};
+
+TEST_F(RunStatisticsTest, SummaryShowsEachKindsCountsInOrder) {
+    auto statistics = MakeStatistics(false);
+    statistics.CountFailure(ObjectKind::Files);
+    statistics.CountFailure(ObjectKind::Files);
+    statistics.CountSkip(ObjectKind::Files);
+    statistics.CountSuccess(ObjectKind::Files);
+    statistics.CountSuccess(ObjectKind::Manifests);
+    statistics.CountSkip(ObjectKind::Registries);
+    statistics.CountSuccess(ObjectKind::RegistryValues);
+    statistics.CountSuccess(ObjectKind::RegistryValues);
+    statistics.CountSuccess(ObjectKind::RegistryValues);
+    statistics.PrintSummary();
+    EXPECT_EQ(out_.str(),
+              "===============================================>\n"
+              "Summary( failed / skipped / succeeded ):\n"
+              "\tManifests: 0 / 0 / 1\n"
+              "\tFiles: 2 / 1 / 1\n"
+              "\tDirectories: 0 / 0 / 0\n"
+              "\tRegistries: 0 / 1 / 0\n"
+              "\tRegistry values: 0 / 0 / 3\n"
+              "===============================================>\n");
+    EXPECT_EQ(err_.str(), "");
+}
+
+TEST_F(RunStatisticsTest, KindBeyondTheTableIsAProgrammingError) {
+    auto statistics = MakeStatistics(false);
+    for (auto count :
+         {&RunStatistics::CountSuccess, &RunStatistics::CountSkip, &RunStatistics::CountFailure}) {
+        try {
+            (statistics.*count)(5);
+            ADD_FAILURE() << "kind 5 counted";
+        } catch (const std::out_of_range& error) {
+            EXPECT_STREQ(error.what(), "invalid array<T, N> subscript");
+        }
+    }
+    EXPECT_THROW(statistics.Run(7, "file", "x", [] {}), std::out_of_range);
+}
+
+TEST_F(RunStatisticsTest, RunReportsAndCountsEachOutcomeWithoutPassingFailuresOn) {
+    auto statistics = MakeStatistics(true);
+    int calls = 0;
+    EXPECT_TRUE(statistics.Run(ObjectKind::Files, "file", "/a", [&] { ++calls; }));
+    EXPECT_FALSE(statistics.Run(ObjectKind::Files, "file", "/b", [&] {
+        ++calls;
+        ICT_THROW(Exception("boom"));
+    }));
+    EXPECT_FALSE(
+        statistics.Run(ObjectKind::Files, "file", "/c", [] { throw std::runtime_error("plain"); }));
+    statistics.Skip(ObjectKind::Registries, "registry path", "HKLM\\Key");
+    EXPECT_EQ(calls, 2);
+
+    EXPECT_EQ(statistics.Get(ObjectKind::Files).succeeded, 1u);
+    EXPECT_EQ(statistics.Get(ObjectKind::Files).failed, 2u);
+    EXPECT_EQ(statistics.Get(ObjectKind::Registries).skipped, 1u);
+    EXPECT_EQ(out_.str(),
+              "Processing file /a ...\n"
+              "file /a succeeded\n"
+              "Processing file /b ...\n"
+              "Processing file /c ...\n"
+              "registry path HKLM\\Key filtered\n");
+    EXPECT_EQ(err_.str(),
+              "file /b failed. Reason: boom\n"
+              "file /c failed. Reason: plain\n");
+    EXPECT_THAT(
+        channel_->Lines(),
+        ElementsAre(EndsWith(" DEBUG Processing file /a ..."), EndsWith(" DEBUG file /a succeeded"),
+                    EndsWith(" DEBUG Processing file /b ..."),
+                    EndsWith(" DEBUG Processing file /c ..."),
+                    EndsWith(" DEBUG registry path HKLM\\Key filtered")));
+}
+
+TEST_F(RunStatisticsTest, ProgressLinesNeedVerboseButFailuresAlwaysShow) {
+    auto statistics = MakeStatistics(false);
+    statistics.Run(ObjectKind::Files, "file", "/a", [] {});
+    statistics.Run(ObjectKind::Files, "file", "/b", [] { ICT_THROW(Exception("boom")); });
+    statistics.Skip(ObjectKind::Files, "file", "/c");
+    EXPECT_EQ(out_.str(), "");
+    EXPECT_EQ(err_.str(), "file /b failed. Reason: boom\n");
+}
+
+TEST(ConsoleOutputTest, KindsGoToTheirStreams) {
+    std::ostringstream out;
+    std::ostringstream err;
+    ConsoleOutput quiet(false, out, err);
+    quiet.Write(ConsoleOutput::Result, "result");
+    quiet.Write(ConsoleOutput::Error, "error");
+    quiet.Write(ConsoleOutput::Verbose, "detail");
+    quiet.Write(3, "dropped");
+    quiet.Write(-1, "dropped");
+    EXPECT_EQ(out.str(), "result\n");
+    EXPECT_EQ(err.str(), "error\n");
+
+    ConsoleOutput verbose(true, out, err);
+    verbose.Write(ConsoleOutput::Verbose, "detail");
+    EXPECT_EQ(out.str(), "result\ndetail\n");
+}
+
+}  // namespace

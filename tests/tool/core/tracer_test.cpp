@@ -1,0 +1,97 @@
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <boost/filesystem/operations.hpp>
+#include <boost/format.hpp>
+
+#include "common/exception.h"
+#include "support/file_helpers.h"
+#include "support/temp_dir.h"
+#include "tracer.h"
+
+namespace {
+
+using integrity_check_tool::Exception;
+using integrity_check_tool::Tracer;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+// Counts how often it is formatted into a message.
+struct Probe {
+    int* formatted;
+};
+
+std::ostream& operator<<(std::ostream& stream, const Probe& probe) {
+    ++*probe.formatted;
+    return stream << "probe";
+}
+
+TEST(TracerTest, PassesLevelsUpToItsOwnAndComposesOnlyThose) {
+    ruk::intrusive_ptr<ruk::MemoryTraceChannel> channel(new ruk::MemoryTraceChannel());
+    const Tracer tracer(600, channel);
+    EXPECT_TRUE(tracer.IsEnabled(600));
+    EXPECT_FALSE(tracer.IsEnabled(601));
+    EXPECT_FALSE(tracer.WritesToFile());
+
+    int formatted = 0;
+    tracer.Trace(700, "hidden %1%", Probe{&formatted});
+    tracer.Write(800, "hidden too");
+    EXPECT_EQ(formatted, 0);
+    // A template that does not fit its arguments fails only when composed.
+    EXPECT_NO_THROW(tracer.Trace(601, "%1% %2%", 1));
+    EXPECT_THROW(tracer.Trace(600, "%1% %2%", 1), boost::io::format_error);
+
+    tracer.Trace(600, "shown %1% and %2%", Probe{&formatted}, 42);
+    tracer.Write(300, "error line");
+    EXPECT_EQ(formatted, 1);
+    EXPECT_THAT(channel->Lines(),
+                ElementsAre(EndsWith(" INFO shown probe and 42"), EndsWith(" ERROR error line")));
+}
+
+TEST(TracerTest, WritesToANewTraceFile) {
+    ict_test::TempDir dir;
+    const auto path = dir / "run.log";
+    {
+        const Tracer tracer(ruk::GetRootServiceLocator(), 800, path);
+        EXPECT_TRUE(tracer.WritesToFile());
+        tracer.Trace(800, "detail %1%", "line");
+        tracer.Trace(801, "beyond the level");
+    }
+    const std::string log = ict_test::ReadText(path);
+    EXPECT_THAT(log, EndsWith(" DEBUG detail line\n"));
+    EXPECT_THAT(log, Not(HasSubstr("beyond")));
+}
+
+std::string ConstructionFailure(const boost::filesystem::path& path) {
+    try {
+        Tracer tracer(ruk::GetRootServiceLocator(), 800, path);
+    } catch (const Exception& error) {
+        return error.GetMessage();
+    }
+    ADD_FAILURE() << "tracer created on " << path;
+    return std::string();
+}
+
+TEST(TracerTest, RefusesTraceTargetsThatAreNotFiles) {
+    ict_test::TempDir dir;
+    const std::string onDirectory = ConstructionFailure(dir.Path());
+    EXPECT_THAT(onDirectory, StartsWith("Can't create tracer. Reason: "));
+    EXPECT_THAT(onDirectory, HasSubstr("Trace path \"" + dir.Path().string() + "\" is not a file"));
+
+    ict_test::MakeFifo(dir / "pipe");
+    EXPECT_THAT(ConstructionFailure(dir / "pipe"),
+                HasSubstr("Trace path \"" + (dir / "pipe").string() + "\" is not a file"));
+
+    // A file that cannot be opened fails in the framework, named by its step.
+    const std::string unopenable = ConstructionFailure(dir / "missing" / "run.log");
+    EXPECT_THAT(unopenable, StartsWith("Can't create tracer. Reason: "));
+    EXPECT_THAT(unopenable, HasSubstr("Expression failed"));
+    EXPECT_THAT(unopenable, HasSubstr("product/tool/integrity_check_tool/source/tracer"));
+    EXPECT_FALSE(boost::filesystem::exists(dir / "missing"));
+}
+
+}  // namespace
