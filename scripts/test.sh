@@ -26,6 +26,17 @@ bash scripts/check-windows.sh || failed+=("windows compile check")
 step "Tests"
 ctest --preset test || failed+=("tests")
 
+# The parsers of untrusted input (signature blocks, CMS trailers, revocation
+# containers) are fuzzed for a bounded time with clang's libFuzzer.
+step "Fuzz (bounded)"
+fuzz_targets=(dsvm_signature_block vds_signature vds_container)
+if cmake --preset fuzz -DICT_FUZZ_SECONDS="${ICT_FUZZ_SECONDS:-20}" >/dev/null &&
+    cmake --build --preset fuzz --target "${fuzz_targets[@]}"; then
+    ctest --test-dir build/fuzz -R '^fuzz\.' --output-on-failure || failed+=("fuzzing")
+else
+    failed+=("fuzz build")
+fi
+
 if [[ ${#failed[@]} -ne 0 ]]; then
     printf '\ntest.sh: FAILED: %s\n' "${failed[*]}" >&2
     exit 1

@@ -1,0 +1,78 @@
+#include "action/check_signature.h"
+
+#include <set>
+
+#include "action/manifest_loading.h"
+#include "common/exception.h"
+#include "common/message_format.h"
+#include "manifest/filter_evaluator.h"
+#include "manifest/manifest_operations.h"
+#include "system_info.h"
+
+namespace integrity_check_tool::action {
+namespace {
+
+const char* VerificationFailed() {
+    return "Verification of %1% %2% failed";
+}
+const char* SignatureFailure() {
+    return "%1%";
+}
+
+}  // namespace
+
+CheckSignature::CheckSignature(VerifySettings settings, TracerPtr tracer,
+                               std::shared_ptr<const Factory> factory, RunStatisticsPtr statistics)
+    : settings_(std::move(settings)),
+      tracer_(std::move(tracer)),
+      factory_(std::move(factory)),
+      statistics_(std::move(statistics)),
+      manifestName_(JoinManifestNames(settings_.manifestPaths)) {}
+
+std::string CheckSignature::GetName() const {
+    return "CheckSignature";
+}
+
+bool CheckSignature::Execute() {
+    const bool passed =
+        statistics_->Run(Manifests, object_word::Manifest, manifestName_, [this] { Process(); });
+    statistics_->PrintSummary();
+    return passed;
+}
+
+void CheckSignature::Process() {
+    // Made first: an unusable verifier fails before any file is read.
+    const ISignatureVerifierPtr verifier = factory_->CreateSignatureVerifier();
+
+    const ManifestPtr manifest = LoadManifests(settings_.manifestPaths, tracer_);
+    if (settings_.singleFilePath) {
+        SelectSingleFile(*manifest, *settings_.singleFilePath, manifestName_, *tracer_);
+    }
+    const SystemInfo system(
+        std::set<std::string>(settings_.definitions.begin(), settings_.definitions.end()));
+    const FilterEvaluator filter(tracer_, system);
+
+    bool allPassed = true;
+    for (const auto& entry : manifest->files) {
+        const FileInfo& file = *entry.second;
+        const std::string name = file.path.string();
+        if (filter.IsFiltered(file.filter, GetPrintableName(file))) {
+            statistics_->Skip(Files, object_word::File, name);
+            continue;
+        }
+        allPassed &= statistics_->Run(Files, object_word::File, name, [&] {
+            try {
+                verifier->Verify(file.path, nullptr);
+            } catch (...) {
+                tracer_->Trace(trace_level::Error, SignatureFailure(), CurrentExceptionText());
+                throw;
+            }
+        });
+    }
+    if (!allPassed) {
+        ICT_THROW(
+            Exception(MessageFormat(VerificationFailed(), object_word::Manifest, manifestName_)));
+    }
+}
+
+}  // namespace integrity_check_tool::action

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "action/i_action.h"
+#include "common/configuration.h"
+#include "common/run_statistics.h"
+#include "factory/factory.h"
+#include "tracer.h"
+
+namespace integrity_check_tool::action {
+
+// "CheckSignature" (signature-only mode): every file of the merged, filtered
+// manifest, or only the requested single file, goes to the run's one
+// signature verifier; each is counted under "Files".
+class CheckSignature : public IAction {
+public:
+    CheckSignature(VerifySettings settings, TracerPtr tracer,
+                   std::shared_ptr<const Factory> factory, RunStatisticsPtr statistics);
+
+    std::string GetName() const override;
+    // Tries every file, prints the summary and returns whether all passed.
+    bool Execute() override;
+
+private:
+    void Process();
+
+    VerifySettings settings_;
+    TracerPtr tracer_;
+    std::shared_ptr<const Factory> factory_;
+    RunStatisticsPtr statistics_;
+    std::string manifestName_;
+};
+
+}  // namespace integrity_check_tool::action

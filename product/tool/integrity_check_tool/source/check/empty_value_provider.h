@@ -1,0 +1,14 @@
+#pragma once
+
+#include "check/i_value_provider.h"
+
+namespace integrity_check_tool::check {
+
+// "Empty": the value of existence checks; the object is never read.
+class EmptyValueProvider : public IValueProvider {
+public:
+    std::string GetName() const override;
+    void Evaluate(const IDataObject& object, std::vector<std::uint8_t>& value) const override;
+};
+
+}  // namespace integrity_check_tool::check

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "check/i_checkers.h"
+#include "check/i_data_object_source.h"
+#include "check/i_value_provider.h"
+#include "tracer.h"
+
+namespace integrity_check_tool::check {
+
+// Passes when the object's digest (by the provider of its kind) equals the
+// expected bytes.
+class Hash : public IFileChecker, public IRegistryChecker {
+public:
+    Hash(TracerPtr tracer, IDataObjectSourcePtr source, IValueProviderPtr provider, CheckType type,
+         std::vector<std::uint8_t> expected);
+
+    std::string GetName() const override;
+    void CheckFileValue(const boost::filesystem::path& path) const override;
+    void CheckRegistryValue(const std::string& keyPath, const std::string& valueName,
+                            RegistryType type) const override;
+
+private:
+    TracerPtr tracer_;
+    IDataObjectSourcePtr source_;
+    IValueProviderPtr provider_;
+    CheckType type_;
+    std::vector<std::uint8_t> expected_;
+};
+
+}  // namespace integrity_check_tool::check

@@ -1,0 +1,89 @@
+#pragma once
+
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <openssl/sha.h>
+
+#include "arguments/checker.h"
+#include "common/configuration.h"
+#include "common/console_output.h"
+#include "common/run_statistics.h"
+#include "factory/factory.h"
+#include "support/file_helpers.h"
+#include "support/temp_dir.h"
+#include "tool/engine_helpers/trace_capture.h"
+#include "xml/file.h"
+
+namespace ict_test {
+
+// Base64 of the SHA-256 of `text`, as a manifest's Check value holds it.
+inline std::string Sha256Base64(const std::string& text) {
+    integrity_check_tool::Bytes digest(SHA256_DIGEST_LENGTH);
+    SHA256(reinterpret_cast<const unsigned char*>(text.data()), text.size(), digest.data());
+    return integrity_check_tool::xml::EncodeBase64(digest);
+}
+
+inline std::string Base64Of(const std::string& text) {
+    return integrity_check_tool::xml::EncodeBase64(
+        integrity_check_tool::Bytes(text.begin(), text.end()));
+}
+
+// What an action needs around it: a temporary product folder, a detail
+// tracer, captured console streams, run statistics and a factory.
+class ActionFixture {
+public:
+    ActionFixture()
+        : output_(std::make_shared<integrity_check_tool::ConsoleOutput>(true, out_, err_)),
+          statistics_(
+              std::make_shared<integrity_check_tool::RunStatistics>(trace_.Tracer(), output_)),
+          arguments_(std::make_shared<integrity_check_tool::CheckerArguments>()) {}
+
+    // Writes a manifest file holding `body` inside its root element.
+    boost::filesystem::path WriteManifest(const std::string& name, const std::string& body) {
+        const auto path = dir_ / name;
+        WriteText(path, "<Manifest productName=\"Test\">\n" + body + "</Manifest>\n");
+        return path;
+    }
+
+    integrity_check_tool::VerifySettings Settings(
+        std::set<boost::filesystem::path> manifests) const {
+        integrity_check_tool::VerifySettings settings;
+        settings.manifestPaths = std::move(manifests);
+        return settings;
+    }
+
+    std::shared_ptr<integrity_check_tool::Factory> MakeFactory() const {
+        return std::make_shared<integrity_check_tool::Factory>(
+            trace_.Tracer(), std::make_shared<integrity_check_tool::ApplicationConfiguration>(),
+            arguments_);
+    }
+
+    // "failed/skipped/succeeded" of a kind, for compact assertions.
+    std::string Counts(std::size_t kind) const {
+        const auto& counters = statistics_->Get(kind);
+        return std::to_string(counters.failed) + "/" + std::to_string(counters.skipped) + "/" +
+               std::to_string(counters.succeeded);
+    }
+
+    bool Traced(const std::string& message) const {
+        for (const auto& line : trace_.Messages()) {
+            if (line == message) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    TempDir dir_;
+    TraceCapture trace_;
+    std::ostringstream out_;
+    std::ostringstream err_;
+    integrity_check_tool::ConsoleOutputPtr output_;
+    integrity_check_tool::RunStatisticsPtr statistics_;
+    std::shared_ptr<integrity_check_tool::CheckerArguments> arguments_;
+};
+
+}  // namespace ict_test
