@@ -8,7 +8,6 @@
 #include "check/hex.h"
 #include "check/raw_value_provider.h"
 #include "data_object/file.h"
-#include "openssl/gost2012_hash.h"
 #include "openssl/sha256.h"
 #include "ruk/exception.h"
 #include "support/file_helpers.h"
@@ -81,23 +80,6 @@ TEST(Sha256Test, DigestsOfEmptySmallAndMultiBlockFiles) {
               FirstWordOf("sha256sum '" + (dir / "big").string() + "'"));
 }
 
-TEST(Gost2012HashTest, MatchesOpenSslGostEngineByteOrder) {
-    ict_test::TempDir dir;
-    ict_test::TraceCapture trace;
-    const openssl::Gost2012Hash gost(trace.Tracer());
-    ict_test::WriteText(dir / "empty", "");
-    ict_test::WriteText(dir / "abc", "abc");
-    EXPECT_EQ(Evaluate(gost, data_object::File(dir / "empty")),
-              "3f539a213e97c802cc229d474c6aa32a825a360b2a933a949fd925208d9ce1bb");
-    EXPECT_EQ(Evaluate(gost, data_object::File(dir / "abc")),
-              "4e2919cf137ed41ec4fb6270c61826cc4fffb660341e0af3688cd0626d23b481");
-
-    std::vector<std::uint8_t> big(2 * 1024 * 1024 + 3, 0x5a);
-    ict_test::WriteBytes(dir / "big", big);
-    EXPECT_EQ(Evaluate(gost, data_object::File(dir / "big")),
-              FirstWordOf("rhash --simple --gost12-256 '" + (dir / "big").string() + "'"));
-}
-
 TEST(ValueProvidersTest, RawGivesEveryByteAndEmptyNeverReads) {
     const check::RawValueProvider raw;
     const ict_test::FakeDataObject dword(true, {0x2a, 0, 0, 0});
@@ -122,9 +104,6 @@ TEST(ValueProvidersTest, FailingReadRaisesFrameworkResult) {
     } catch (const ruk::ResultException& error) {
         EXPECT_EQ(error.GetCode(), ruk::result::IoError);
     }
-    ict_test::TraceCapture trace;
-    EXPECT_THROW(openssl::Gost2012Hash(trace.Tracer()).Evaluate(object, value),
-                 ruk::ResultException);
     EXPECT_THROW(check::RawValueProvider().Evaluate(object, value), ruk::ResultException);
 }
 
