@@ -25,6 +25,40 @@ std::vector<Command> GetCommands() {
     };
 }
 
+boost::optional<int> ParseSubcommand(const std::vector<std::string>& arguments,
+                                     const SubcommandSyntax& syntax,
+                                     boost::program_options::variables_map& options) {
+    namespace po = boost::program_options;
+    po::options_description all;
+    all.add(syntax.visible);
+    all.add_options()("file", po::value<std::vector<std::string>>(), "file to sign");
+    po::positional_options_description positional;
+    positional.add("file", -1);
+    try {
+        po::store(po::command_line_parser(arguments).options(all).positional(positional).run(),
+                  options);
+        po::notify(options);
+    } catch (const po::error& error) {
+        std::cerr << syntax.errorPrefix << error.what() << "\n" << syntax.usage << syntax.visible;
+        return 1;
+    }
+    if (options.count("help") != 0) {
+        std::cout << syntax.usage << syntax.visible;
+        return 0;
+    }
+    for (const char* name : syntax.required) {
+        if (options.count(name) == 0) {
+            std::cerr << syntax.missingRequired << "\n" << syntax.usage << syntax.visible;
+            return 1;
+        }
+    }
+    if (options.count("file") == 0) {
+        std::cerr << syntax.noFiles << "\n" << syntax.usage << syntax.visible;
+        return 1;
+    }
+    return boost::none;
+}
+
 int SignEach(const std::vector<std::string>& files,
              const std::function<void(const boost::filesystem::path&)>& sign) {
     int exitCode = 0;

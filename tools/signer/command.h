@@ -5,6 +5,8 @@
 #include <vector>
 
 #include <boost/filesystem/path.hpp>
+#include <boost/optional.hpp>
+#include <boost/program_options.hpp>
 
 namespace integrity_check_tool::signer {
 
@@ -24,6 +26,23 @@ struct Command {
 
 // Every subcommand, in the order of command_list.h.
 std::vector<Command> GetCommands();
+
+// What a subcommand's command line is checked against.
+struct SubcommandSyntax {
+    const char* usage;
+    const char* errorPrefix;  // e.g. "integrity_signer dsvm: "
+    boost::program_options::options_description visible;
+    std::vector<const char*> required;  // options that must be given
+    const char* missingRequired;        // shown when one of them is absent
+    const char* noFiles;                // shown when no file is named
+};
+
+// Parses the arguments after the subcommand's name, the files as positionals.
+// Returns the exit code when the run ends here (help: 0; an error: 1, shown
+// with the usage and the options), nothing when `options` is ready to use.
+boost::optional<int> ParseSubcommand(const std::vector<std::string>& arguments,
+                                     const SubcommandSyntax& syntax,
+                                     boost::program_options::variables_map& options);
 
 // Signs each file in turn with `sign`, which throws on failure: prints
 // "Signed <file>" or the failure on standard error, goes on with the next

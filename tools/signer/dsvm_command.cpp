@@ -1,5 +1,4 @@
 // `integrity_signer dsvm`: GOST 2012 sign-in-object signatures.
-#include <iostream>
 #include <string>
 #include <vector>
 
@@ -37,30 +36,11 @@ po::options_description VisibleOptions() {
 }
 
 int Run(const std::vector<std::string>& arguments) {
-    po::options_description all = VisibleOptions();
-    all.add_options()("file", po::value<std::vector<std::string>>(), "file to sign");
-    po::positional_options_description positional;
-    positional.add("file", -1);
     po::variables_map options;
-    try {
-        po::store(po::command_line_parser(arguments).options(all).positional(positional).run(),
-                  options);
-        po::notify(options);
-    } catch (const po::error& error) {
-        std::cerr << BadOptions() << error.what() << "\n" << Usage() << VisibleOptions();
-        return 1;
-    }
-    if (options.count("help") != 0) {
-        std::cout << Usage() << VisibleOptions();
-        return 0;
-    }
-    if (options.count("key") == 0) {
-        std::cerr << NoKey() << "\n" << Usage() << VisibleOptions();
-        return 1;
-    }
-    if (options.count("file") == 0) {
-        std::cerr << NoFiles() << "\n" << Usage() << VisibleOptions();
-        return 1;
+    if (const auto exitCode = ParseSubcommand(
+            arguments, {Usage(), BadOptions(), VisibleOptions(), {"key"}, NoKey(), NoFiles()},
+            options)) {
+        return *exitCode;
     }
     const DsvmSigner signer(options["key"].as<std::string>());
     const bool replace = options.count("replace") != 0;

@@ -1,5 +1,4 @@
 // `integrity_signer vds`: VDS signatures (CMS SignedData appended to the file).
-#include <iostream>
 #include <string>
 #include <vector>
 
@@ -43,30 +42,12 @@ po::options_description VisibleOptions() {
 }
 
 int Run(const std::vector<std::string>& arguments) {
-    po::options_description all = VisibleOptions();
-    all.add_options()("file", po::value<std::vector<std::string>>(), "file to sign");
-    po::positional_options_description positional;
-    positional.add("file", -1);
     po::variables_map options;
-    try {
-        po::store(po::command_line_parser(arguments).options(all).positional(positional).run(),
-                  options);
-        po::notify(options);
-    } catch (const po::error& error) {
-        std::cerr << BadOptions() << error.what() << "\n" << Usage() << VisibleOptions();
-        return 1;
-    }
-    if (options.count("help") != 0) {
-        std::cout << Usage() << VisibleOptions();
-        return 0;
-    }
-    if (options.count("cert") == 0 || options.count("key") == 0) {
-        std::cerr << Missing() << "\n" << Usage() << VisibleOptions();
-        return 1;
-    }
-    if (options.count("file") == 0) {
-        std::cerr << NoFiles() << "\n" << Usage() << VisibleOptions();
-        return 1;
+    if (const auto exitCode = ParseSubcommand(
+            arguments,
+            {Usage(), BadOptions(), VisibleOptions(), {"cert", "key"}, Missing(), NoFiles()},
+            options)) {
+        return *exitCode;
     }
     boost::optional<boost::filesystem::path> chain;
     if (options.count("chain") != 0) {
