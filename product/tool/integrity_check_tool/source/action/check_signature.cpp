@@ -23,21 +23,11 @@ const char* SignatureFailure() {
 
 CheckSignature::CheckSignature(VerifySettings settings, TracerPtr tracer,
                                std::shared_ptr<const Factory> factory, RunStatisticsPtr statistics)
-    : settings_(std::move(settings)),
-      tracer_(std::move(tracer)),
-      factory_(std::move(factory)),
-      statistics_(std::move(statistics)),
-      manifestName_(JoinManifestNames(settings_.manifestPaths)) {}
+    : ManifestAction(std::move(settings), std::move(tracer), std::move(factory),
+                     std::move(statistics)) {}
 
 std::string CheckSignature::GetName() const {
     return "CheckSignature";
-}
-
-bool CheckSignature::Execute() {
-    const bool passed =
-        statistics_->Run(Manifests, object_word::Manifest, manifestName_, [this] { Process(); });
-    statistics_->PrintSummary();
-    return passed;
 }
 
 void CheckSignature::Process() {

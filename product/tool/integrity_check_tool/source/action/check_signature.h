@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "action/i_action.h"
+#include "action/manifest_action.h"
 #include "common/configuration.h"
 #include "common/run_statistics.h"
 #include "factory/factory.h"
@@ -14,23 +14,14 @@ namespace integrity_check_tool::action {
 // "CheckSignature" (signature-only mode): every file of the merged, filtered
 // manifest, or only the requested single file, goes to the run's one
 // signature verifier; each is counted under "Files".
-class CheckSignature : public IAction {
+class CheckSignature : public ManifestAction {
 public:
     CheckSignature(VerifySettings settings, TracerPtr tracer,
                    std::shared_ptr<const Factory> factory, RunStatisticsPtr statistics);
 
     std::string GetName() const override;
-    // Tries every file, prints the summary and returns whether all passed.
-    bool Execute() override;
 
-private:
-    void Process();
-
-    VerifySettings settings_;
-    TracerPtr tracer_;
-    std::shared_ptr<const Factory> factory_;
-    RunStatisticsPtr statistics_;
-    std::string manifestName_;
+    void Process() override;
 };
 
 }  // namespace integrity_check_tool::action

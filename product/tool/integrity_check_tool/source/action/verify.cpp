@@ -31,21 +31,11 @@ std::string Describe(const char* word, const std::string& name) {
 
 Verify::Verify(VerifySettings settings, TracerPtr tracer, std::shared_ptr<const Factory> factory,
                RunStatisticsPtr statistics)
-    : settings_(std::move(settings)),
-      tracer_(std::move(tracer)),
-      factory_(std::move(factory)),
-      statistics_(std::move(statistics)),
-      manifestName_(JoinManifestNames(settings_.manifestPaths)) {}
+    : ManifestAction(std::move(settings), std::move(tracer), std::move(factory),
+                     std::move(statistics)) {}
 
 std::string Verify::GetName() const {
     return "Verify";
-}
-
-bool Verify::Execute() {
-    const bool passed =
-        statistics_->Run(Manifests, object_word::Manifest, manifestName_, [this] { Process(); });
-    statistics_->PrintSummary();
-    return passed;
 }
 
 void Verify::Process() {

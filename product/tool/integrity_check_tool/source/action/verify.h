@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "action/i_action.h"
+#include "action/manifest_action.h"
 #include "common/configuration.h"
 #include "common/run_statistics.h"
 #include "factory/factory.h"
@@ -18,28 +18,18 @@ namespace integrity_check_tool::action {
 
 // "Verify": reads and merges the manifests and checks every file, then every
 // registry key with its values, counting each object in the run statistics.
-class Verify : public IAction {
+class Verify : public ManifestAction {
 public:
     Verify(VerifySettings settings, TracerPtr tracer, std::shared_ptr<const Factory> factory,
            RunStatisticsPtr statistics);
 
     std::string GetName() const override;
-    // Runs Process as the run's one manifest object, prints the summary and
-    // returns whether everything passed.
-    bool Execute() override;
-    // Returns when every object passed; throws when any failed.
-    void Process();
+    void Process() override;
 
 private:
     bool VerifyFiles(const Manifest& manifest, const FilterEvaluator& filter);
     bool VerifyRegistries(const Manifest& manifest, const FilterEvaluator& filter);
     void VerifyRegistryKey(const RegistryInfo& key, const FilterEvaluator& filter);
-
-    VerifySettings settings_;
-    TracerPtr tracer_;
-    std::shared_ptr<const Factory> factory_;
-    RunStatisticsPtr statistics_;
-    std::string manifestName_;
 };
 
 }  // namespace integrity_check_tool::action
