@@ -11,7 +11,7 @@ packages=(
     libtinyxml-dev zlib1g-dev
     libgtest-dev libgmock-dev libbenchmark-dev
     g++-mingw-w64-i686 clang libclang-rt-14-dev
-    osslsigncode rhash clang-format
+    osslsigncode rhash clang-format ccache
 )
 
 missing=()

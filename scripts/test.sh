@@ -9,6 +9,10 @@ cd "$root" || exit 1
 
 step() { printf '\n=== %s ===\n' "$*"; }
 
+# Compilations are cached across build trees and runs (ccache, when installed):
+# paths are hashed relative to the checkout so a fresh clone still hits.
+export CCACHE_BASEDIR="$root" CCACHE_NOHASHDIR=true
+
 step "Dependencies"
 bash scripts/install-deps.sh || exit 1
 
