@@ -46,7 +46,8 @@ TEST(TrustPolicyTest, OnlyRootNamesMayRequireARevocationList) {
                         HasSubstr("{\"roots/crl-must-exist.txt\", kData0, "));
         } else {
             EXPECT_NE(run.exitCode, 0) << run.Describe();
-            EXPECT_THAT(run.err, HasSubstr("unknown root name"));
+            // CMake wraps its message; the file and the word are enough.
+            EXPECT_THAT(run.err, HasSubstr("crl-must-exist.txt: unknown"));
         }
     }
 }

@@ -213,7 +213,7 @@ TEST_F(VdsVerifierTest, ARevocationListThatYieldsNothingFailsBeforeAnyFile) {
         {"an empty file", {}, " is empty", 0},
         {"no revocation list at all",
          {0x30, 0x0B, 0x06, 0x09, 0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x07, 0x02},
-         " can't be used: Invalid format",
+         " can't be used: Invalid data format",
          ruk::result::InvalidFormat},
         {"a container without CRLs", ict_test::vds::RevocationContainer({}),
          " can't be used: Not found", ruk::result::NotFound},

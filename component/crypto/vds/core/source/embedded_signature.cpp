@@ -82,21 +82,19 @@ private:
 bool IsCanonical(CMS_ContentInfo* cms, const std::vector<std::uint8_t>& der) {
     unsigned char* encoded = nullptr;
     const int length = i2d_CMS_ContentInfo(cms, &encoded);
-    const bool same = length > 0 && static_cast<std::size_t>(length) == der.size() &&
-                      std::equal(der.begin(), der.end(), encoded);
-    OPENSSL_free(encoded);
-    return same;
+    const OpenSslBytes owned(encoded);
+    return length > 0 && static_cast<std::size_t>(length) == der.size() &&
+           std::equal(der.begin(), der.end(), encoded);
 }
 
 std::vector<std::uint8_t> NameBytes(const X509_NAME* name) {
     unsigned char* encoded = nullptr;
     const int length = i2d_X509_NAME(name, &encoded);
-    std::vector<std::uint8_t> bytes;
-    if (length > 0) {
-        bytes.assign(encoded, encoded + length);
+    const OpenSslBytes owned(encoded);
+    if (length <= 0) {
+        return {};
     }
-    OPENSSL_free(encoded);
-    return bytes;
+    return std::vector<std::uint8_t>(encoded, encoded + length);
 }
 
 // The SignerInfo names this certificate byte for byte: OpenSSL's own

@@ -19,6 +19,19 @@
 
 namespace integrity_check_tool::vds {
 
+using VdsStorageOpener =
+    std::function<ruk::result_t(const boost::filesystem::path&, storage::IStoragePtr*)>;
+
+// What the run provides to the VDS verifier besides the arguments; tests
+// replace parts.
+struct VdsVerifierEnvironment {
+    VdsStorageOpener openStorage = storage::OpenDirectoryStorage;
+    // "CrlMustExist" of a root; by default the trust set's policy.
+    std::function<bool(TrustedRoot)> requiresRevocationList;
+    // Where warning and error lines go; null: a writer of its own.
+    ConsoleOutputPtr output;
+};
+
 // Checks VDS signatures against the selected compiled-in roots and, when a
 // CRL path is given, the revocation container read from that file or from
 // the "vdscrl.rdb" container of that storage directory. Roots and CRL are
@@ -30,17 +43,9 @@ namespace integrity_check_tool::vds {
 // a file accepted without a revocation check gets a warning line.
 class VdsSignatureVerifier : public ISignatureVerifier {
 public:
-    using StorageOpener =
-        std::function<ruk::result_t(const boost::filesystem::path&, storage::IStoragePtr*)>;
+    using StorageOpener = VdsStorageOpener;
 
-    // What the run provides besides the arguments; tests replace parts.
-    struct Environment {
-        StorageOpener openStorage = storage::OpenDirectoryStorage;
-        // "CrlMustExist" of a root; by default the trust set's policy.
-        std::function<bool(TrustedRoot)> requiresRevocationList;
-        // Where warning and error lines go; null: a writer of its own.
-        ConsoleOutputPtr output;
-    };
+    using Environment = VdsVerifierEnvironment;
 
     VdsSignatureVerifier(TracerPtr tracer, const std::vector<TrustedRoot>& trustedRoots,
                          const boost::optional<boost::filesystem::path>& crlPath, bool bindFileName,
