@@ -48,6 +48,7 @@ public:
     std::vector<std::string> chainSubjects;
     std::size_t lastDigestsCount = 0;
     std::string lastHierarchyId;
+    VdsFileFormat lastFileFormat = UINT32_MAX;
 
     void OnVerifierCreated(const void*, std::size_t, const VdsCertificateInfo*) override {
         events.push_back("OnVerifierCreated");
@@ -65,7 +66,10 @@ public:
     void OnRdbLoadFailed(const char*, std::size_t, VdsResult) override {
         events.push_back("OnRdbLoadFailed");
     }
-    void OnFileFormat(VdsFileFormat) override { events.push_back("OnFileFormat"); }
+    void OnFileFormat(VdsFileFormat format) override {
+        lastFileFormat = format;
+        events.push_back("OnFileFormat");
+    }
     void OnSignedDataStarted(std::size_t, std::size_t) override {
         events.push_back("OnSignedDataStarted");
     }

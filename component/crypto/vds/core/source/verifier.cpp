@@ -9,6 +9,7 @@
 #include "openssl_handles.h"
 #include "text.h"
 #include "vds/catalog_format.h"
+#include "vds/pe_format.h"
 #include "vds/signature_format.h"
 
 namespace vds::core {
@@ -62,6 +63,26 @@ bool HasEmbeddedSignature(const ObjectReader& reader) {
            format::ParseTrailer(trailer, reader.Size(), nullptr) != format::TrailerStatus::Absent;
 }
 
+struct FileFormat {
+    format::PeStatus status = format::PeStatus::NotPe;
+    format::PeLayout layout;
+    VdsFileFormat id = vdsFileFormatUnspecified;
+};
+
+VdsResult RecognizeFormat(const ObjectReader& reader, FileFormat* found) {
+    const VdsResult result = format::ParsePe(
+        [&reader](std::uint64_t offset, void* buffer, std::size_t size) {
+            return reader.ReadExact(offset, buffer, size);
+        },
+        reader.Size(), &found->status, &found->layout);
+    if (result == vdsOk && found->status == format::PeStatus::Parsed) {
+        found->id = found->layout.kind == format::PeKind::Pe32Plus
+                        ? vdsFileFormatPortableExecutable64
+                        : vdsFileFormatPortableExecutable32;
+    }
+    return result;
+}
+
 VdsResult VerifyObject(const VdsVerifier* verifier, const VdsReadCallback* callback,
                        const VdsBlob* additionalContent, const VdsBlob* purpose,
                        VdsVerificationResultData* result) {
@@ -77,10 +98,13 @@ VdsResult VerifyObject(const VdsVerifier* verifier, const VdsReadCallback* callb
     IVdsVerificationResultHandler* handler = verifier->handler;
     const ObjectReader reader(*callback);
     const VdsBlob requiredPurpose = PurposeOf(purpose);
+    FileFormat fileFormat;
+    const VdsResult recognized = RecognizeFormat(reader, &fileFormat);
+    if (recognized != vdsOk) {
+        return recognized;
+    }
     if (handler != nullptr) {
-        // Portable-executable placement is not supported yet: every object
-        // carries its signature appended.
-        handler->OnFileFormat(vdsFileFormatUnspecified);
+        handler->OnFileFormat(fileFormat.id);
     }
 
     VdsVerificationFlags flags = 0;
@@ -113,6 +137,15 @@ VdsResult VerifyObject(const VdsVerifier* verifier, const VdsReadCallback* callb
             }
         }
     }
+    if (!decided && fileFormat.status == format::PeStatus::Malformed) {
+        // Headers or a certificate table that do not hold together are
+        // never searched for a signature.
+        flags = vdsFlagMalformedContent;
+        if (handler != nullptr) {
+            handler->OnEmbeddedSignatureChecked(flags);
+        }
+        decided = true;
+    }
     if (!decided) {
         VerificationRequest request{verifier, &reader, requiredPurpose, additionalContent};
         SignatureOutcome outcome;
@@ -131,7 +164,7 @@ VdsResult VerifyObject(const VdsVerifier* verifier, const VdsReadCallback* callb
     result->checkedContentSize = checkedContentSize;
     result->signatureContainerSize =
         (flags & vdsFlagEmbedded) != 0 ? reader.Size() - checkedContentSize : 0;
-    result->fileFormat = vdsFileFormatUnspecified;
+    result->fileFormat = fileFormat.id;
     const VdsResult code = trusted ? vdsOk : vdsErrUntrusted;
     if (handler != nullptr) {
         handler->OnFinalResult(code, flags);
