@@ -10,7 +10,7 @@ packages=(
     libssl-dev openssl libengine-gost-openssl
     libtinyxml-dev zlib1g-dev
     libgtest-dev libgmock-dev libbenchmark-dev
-    g++-mingw-w64-i686 clang libclang-rt-14-dev
+    g++-mingw-w64-i686 gcc-mingw-w64-x86-64 clang libclang-rt-14-dev
     osslsigncode rhash clang-format ccache
 )
 

@@ -4,8 +4,11 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <openssl/evp.h>
+#include <boost/process/search_path.hpp>
 
 #include "core_fixture.h"
+#include "support/run_program.h"
 #include "vds/pe_format.h"
 
 namespace vds_core_test {
@@ -148,6 +151,15 @@ TEST(PeLayoutTest, WellFormedProgramsGiveTheirKindAndCertificateEntries) {
         }
         EXPECT_EQ(layout.tableOffset, test.certificates.empty() ? 0 : kSectionsEnd);
         EXPECT_EQ(layout.tableSize, test.certificates.empty() ? 0 : bytes.size() - kSectionsEnd);
+        std::uint64_t covered = 0;
+        std::uint64_t next = 0;
+        for (const auto& range : vds::format::ImageDigestRanges(layout, bytes.size())) {
+            EXPECT_GE(range.offset, next) << "ranges out of file order";
+            next = range.offset + range.size;
+            covered += range.size;
+        }
+        EXPECT_EQ(next, test.certificates.empty() ? bytes.size() : kSectionsEnd);
+        EXPECT_EQ(covered, next - 12);
     }
 }
 
@@ -273,6 +285,85 @@ TEST(PeLayoutTest, TooManyEntriesAndFailedReadsAreNotParsed) {
                                    std::uint64_t{kOptional + 8}, std::uint64_t{kSectionsEnd + 4}}) {
         SCOPED_TRACE(failFrom);
         EXPECT_EQ(Parse(signedPe, failFrom).result, vdsErrCallbackRead);
+    }
+}
+
+Bytes Sha256Over(const Bytes& bytes, const std::vector<vds::format::ByteRange>& ranges) {
+    EVP_MD_CTX* context = EVP_MD_CTX_new();
+    EXPECT_EQ(EVP_DigestInit_ex(context, EVP_sha256(), nullptr), 1);
+    for (const auto& range : ranges) {
+        EXPECT_LE(range.offset + range.size, bytes.size());
+        EVP_DigestUpdate(context, bytes.data() + range.offset, range.size);
+    }
+    Bytes digest(32);
+    unsigned int length = 0;
+    EVP_DigestFinal_ex(context, digest.data(), &length);
+    EVP_MD_CTX_free(context);
+    return digest;
+}
+
+bool Contains(const Bytes& haystack, const Bytes& needle) {
+    return std::search(haystack.begin(), haystack.end(), needle.begin(), needle.end()) !=
+           haystack.end();
+}
+
+void RunTool(const std::string& name, const std::vector<std::string>& arguments,
+             const boost::filesystem::path& directory) {
+    const auto program = boost::process::search_path(name);
+    ASSERT_FALSE(program.empty()) << name << " is not installed (scripts/install-deps.sh)";
+    ict_test::RunOptions options;
+    options.arguments = arguments;
+    options.workingDirectory = directory;
+    const auto run = ict_test::RunProgram(program, options);
+    ASSERT_EQ(run.exitCode, 0) << name << ": " << run.Describe();
+}
+
+TEST(PeLayoutTest, ImageDigestMatchesTheOneOsslsigncodeSigned) {
+    ict_test::TempDir scratch;
+    const auto& dir = scratch.Path();
+    ict_test::WriteText(dir / "tiny.c", "int main(void) { return 7; }\n");
+    ASSERT_NO_FATAL_FAILURE(RunTool(
+        "openssl",
+        {"req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes",
+         "-keyout", "key.pem", "-out", "cert.pem", "-subj", "/CN=pe-digest", "-days", "2"},
+        dir));
+    for (const char* compiler : {"i686-w64-mingw32-gcc", "x86_64-w64-mingw32-gcc"}) {
+        SCOPED_TRACE(compiler);
+        ASSERT_NO_FATAL_FAILURE(RunTool(compiler, {"-O2", "-s", "-o", "tiny.exe", "tiny.c"}, dir));
+        ASSERT_NO_FATAL_FAILURE(RunTool("osslsigncode",
+                                        {"sign", "-certs", "cert.pem", "-key", "key.pem", "-h",
+                                         "sha256", "-in", "tiny.exe", "-out", "signed.exe"},
+                                        dir));
+        Bytes bytes = ict_test::vds::ReadBytes(dir / "signed.exe");
+        boost::filesystem::remove(dir / "signed.exe");
+        const Parsed parsed = Parse(bytes);
+        ASSERT_EQ(parsed.status, PeStatus::Parsed);
+        const PeLayout& layout = parsed.layout;
+        EXPECT_EQ(layout.kind,
+                  std::string(compiler).find("x86_64") == 0 ? PeKind::Pe32Plus : PeKind::Pe32);
+        ASSERT_EQ(layout.certificates.size(), 1u);
+
+        const auto ranges = vds::format::ImageDigestRanges(layout, bytes.size());
+        std::uint64_t covered = 0;
+        for (const auto& range : ranges) {
+            covered += range.size;
+        }
+        // Everything before the table but the 4 checksum and 8 entry bytes.
+        EXPECT_EQ(covered, layout.tableOffset - 12);
+        const Bytes digest = Sha256Over(bytes, ranges);
+        const auto& entry = layout.certificates[0];
+        const Bytes signature(bytes.begin() + static_cast<std::ptrdiff_t>(entry.ContentOffset()),
+                              bytes.begin() + static_cast<std::ptrdiff_t>(entry.ContentOffset() +
+                                                                          entry.ContentSize()));
+        EXPECT_TRUE(Contains(signature, digest)) << "our image digest is not the signed one";
+
+        // The checksum is left out; any byte of a section is not.
+        Bytes changed = bytes;
+        changed[layout.checksumOffset] ^= 0xFF;
+        EXPECT_EQ(Sha256Over(changed, ranges), digest);
+        changed = bytes;
+        changed[layout.sections.back().offset] ^= 0x01;
+        EXPECT_NE(Sha256Over(changed, ranges), digest);
     }
 }
 

@@ -237,4 +237,20 @@ VdsResult ParsePe(const PeRead& read, std::uint64_t fileSize, PeStatus* status, 
     return result;
 }
 
+std::vector<ByteRange> ImageDigestRanges(const PeLayout& layout, std::uint64_t fileSize) {
+    const std::uint64_t end = layout.tableSize != 0 ? layout.tableOffset : fileSize;
+    std::vector<ByteRange> ranges;
+    std::uint64_t next = 0;
+    const auto skip = [&](std::uint64_t offset, std::uint64_t size) {
+        ranges.push_back({next, offset - next});
+        next = offset + size;
+    };
+    skip(layout.checksumOffset, 4);
+    if (layout.securityEntryOffset != 0) {
+        skip(layout.securityEntryOffset, 8);
+    }
+    ranges.push_back({next, end - next});
+    return ranges;
+}
+
 }  // namespace vds::format

@@ -66,4 +66,14 @@ using PeRead = std::function<VdsResult(std::uint64_t offset, void* buffer, std::
 // PeStatus::Malformed. `layout` is filled only when Parsed.
 VdsResult ParsePe(const PeRead& read, std::uint64_t fileSize, PeStatus* status, PeLayout* layout);
 
+struct ByteRange {
+    std::uint64_t offset = 0;
+    std::uint64_t size = 0;
+};
+
+// The bytes the Authenticode image digest covers, in file order: everything
+// before the certificate table except the CheckSum field and the security
+// directory entry, which signing changes.
+std::vector<ByteRange> ImageDigestRanges(const PeLayout& layout, std::uint64_t fileSize);
+
 }  // namespace vds::format
