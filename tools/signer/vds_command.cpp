@@ -58,13 +58,15 @@ int Run(const std::vector<std::string>& arguments) {
     const bool withFileName = options.count("with-filename") != 0;
     const bool replace = options.count("replace") != 0;
     return SignEach(
-        options["file"].as<std::vector<std::string>>(), [&](const boost::filesystem::path& file) {
+        options["file"].as<std::vector<std::string>>(),
+        [&](const boost::filesystem::path& file, const boost::filesystem::path& target) {
             ::vds::signing::SignOptions sign;
             sign.replace = replace;
             if (withFileName) {
                 sign.additionalContent = ::vds::signing::FileNameContent(file.filename().string());
             }
-            ::vds::signing::SignFile(file, material, sign);
+            // The name bound is the one the checker is given, the link's.
+            ::vds::signing::SignFile(target, material, sign);
         });
 }
 
