@@ -62,18 +62,27 @@ char32_t DecodeUtf8(const std::string& text, std::size_t at, std::size_t& length
     if (lead < 0x80) {
         return lead;
     }
-    std::size_t count = 0;
-    char32_t code = 0;
-    char32_t least = 0;
-    if ((lead & 0xE0) == 0xC0) {
-        count = 1, code = lead & 0x1F, least = 0x80;
-    } else if ((lead & 0xF0) == 0xE0) {
-        count = 2, code = lead & 0x0F, least = 0x800;
-    } else if ((lead & 0xF8) == 0xF0) {
-        count = 3, code = lead & 0x07, least = 0x10000;
-    } else {
+    // Mask and value of the lead byte, continuation bytes, smallest code.
+    struct Form {
+        std::uint8_t mask;
+        std::uint8_t value;
+        std::size_t count;
+        char32_t least;
+    };
+    static const Form forms[] = {
+        {0xE0, 0xC0, 1, 0x80}, {0xF0, 0xE0, 2, 0x800}, {0xF8, 0xF0, 3, 0x10000}};
+    const Form* form = nullptr;
+    for (const Form& candidate : forms) {
+        if ((lead & candidate.mask) == candidate.value) {
+            form = &candidate;
+        }
+    }
+    if (form == nullptr) {
         return kInvalid;
     }
+    const std::size_t count = form->count;
+    const char32_t least = form->least;
+    char32_t code = lead & static_cast<std::uint8_t>(~form->mask);
     if (at + count >= text.size()) {
         return kInvalid;
     }
