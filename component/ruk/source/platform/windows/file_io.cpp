@@ -5,7 +5,9 @@
 namespace ruk::platform {
 namespace {
 
-result_t LastError() { return MakeOsResult(static_cast<std::uint32_t>(::GetLastError())); }
+result_t LastError() {
+    return MakeOsResult(static_cast<std::uint32_t>(::GetLastError()));
+}
 
 class WindowsFile : public IIO {
 public:
@@ -108,13 +110,22 @@ std::string GetOsErrorText(std::uint32_t osError) {
     const DWORD length = ::FormatMessageA(
         FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
         nullptr, osError, 0, reinterpret_cast<LPSTR>(&buffer), 0, nullptr);
-    std::string text = length != 0 && buffer != nullptr ? std::string(buffer, length)
-                                                         : "Unknown error " + std::to_string(osError);
+    std::string text = length != 0 && buffer != nullptr
+                           ? std::string(buffer, length)
+                           : "Unknown error " + std::to_string(osError);
     ::LocalFree(buffer);
     while (!text.empty() && (text.back() == '\n' || text.back() == '\r' || text.back() == '.')) {
         text.pop_back();
     }
     return text;
+}
+
+bool IsMissingError(std::uint32_t osError) {
+    return osError == ERROR_FILE_NOT_FOUND || osError == ERROR_PATH_NOT_FOUND;
+}
+
+bool IsFolderError(std::uint32_t osError) {
+    return osError == ERROR_DIRECTORY;
 }
 
 result_t OpenFile(const boost::filesystem::path& path, OpenMode mode, intrusive_ptr<IIO>* io) {
@@ -125,12 +136,30 @@ result_t OpenFile(const boost::filesystem::path& path, OpenMode mode, intrusive_
     } else if (mode == OpenMode::CreateReadWrite) {
         access |= GENERIC_WRITE;
         disposition = OPEN_ALWAYS;
+    } else if (mode == OpenMode::CreateAppend) {
+        // Without FILE_WRITE_DATA every write goes to the end of the file.
+        access = FILE_APPEND_DATA | SYNCHRONIZE;
+        disposition = OPEN_ALWAYS;
     }
     const HANDLE handle =
         ::CreateFileW(path.c_str(), access, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
                       disposition, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
     if (handle == INVALID_HANDLE_VALUE) {
-        return LastError();
+        const DWORD error = ::GetLastError();
+        // A folder does not open without backup semantics; say what it is.
+        if (error == ERROR_ACCESS_DENIED) {
+            const DWORD attributes = ::GetFileAttributesW(path.c_str());
+            if (attributes != INVALID_FILE_ATTRIBUTES &&
+                (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
+                return MakeOsResult(ERROR_DIRECTORY);
+            }
+        }
+        return MakeOsResult(error);
+    }
+    // The type comes from the opened handle: a pipe or a device never reaches a reader.
+    if (mode == OpenMode::Read && ::GetFileType(handle) != FILE_TYPE_DISK) {
+        ::CloseHandle(handle);
+        return result::NotRegularFile;
     }
     *io = new WindowsFile(handle);
     return result::Success;
