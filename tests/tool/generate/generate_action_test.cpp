@@ -86,12 +86,12 @@ TEST_F(GenerateActionTest, GroupPlaceholdersValuesStampsAndTraces) {
     EXPECT_EQ(check::ToHex(group.files[1]->checks[0].value), kAbcSha256);
 
     ASSERT_EQ(manifest->files.size(), 2u);
-    const auto& readme = *manifest->files.at("%ProductRoot%\\readme.txt");
+    const auto& readme = *manifest->files.find("%ProductRoot%\\readme.txt")->second;
     EXPECT_EQ(readme.filter.arch, Arch::X86_64) << "the configured condition must win";
     EXPECT_EQ(readme.filter.osEdition, OsEdition::Server);
     ASSERT_EQ(readme.checks.size(), 1u);
     EXPECT_EQ(readme.checks[0].value, (Bytes{'h', 'e', 'l', 'l', 'o'}));
-    const auto& absent = *manifest->files.at("%ProductRoot%\\debug.log");
+    const auto& absent = *manifest->files.find("%ProductRoot%\\debug.log")->second;
     EXPECT_EQ(absent.checks.at(0).type, CheckType::NotExists);
     EXPECT_TRUE(absent.checks.at(0).value.empty());
 
