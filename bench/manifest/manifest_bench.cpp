@@ -89,29 +89,25 @@ int main(int argc, char** argv) {
         auto target = reader.Load(first);
         auto source = reader.Load(second);
         seconds += stopwatch.Lap("load both");
-        FoldDirectories(*target);
-        FoldDirectories(*source);
-        seconds += stopwatch.Lap("fold directories");
         ExpandManifest(*target);
         ExpandManifest(*source);
         seconds += stopwatch.Lap("expand placeholders");
+        const SystemInfo system({"Extras"});
+        const FilterEvaluator evaluator(nullptr, system);
+        FilteredRecords filtered;
+        SelectApplicable(*target, evaluator, filtered);
+        SelectApplicable(*source, evaluator, filtered);
+        seconds += stopwatch.Lap("filter and fold directories");
         MergeManifest(*target, std::move(*source));
         source.reset();
         seconds += stopwatch.Lap("merge");
-        const SystemInfo system({"Extras"});
-        const FilterEvaluator evaluator(nullptr, system);
-        for (const auto& file : target->files) {
-            ++total;
-            if (!evaluator.IsFiltered(file.second->filter, file.first.string())) {
-                ++kept;
-            }
-        }
-        seconds += stopwatch.Lap("filter");
+        kept = target->files.size();
+        total = kept + filtered.files.size();
         cpuSeconds = stopwatch.CpuTotal();
     }
     boost::filesystem::remove_all(folder);
 
-    std::printf("files after merge: %zu, applying here: %zu\n", total, kept);
+    std::printf("records: %zu, files applying here after merge: %zu\n", total, kept);
     std::printf("total: %.3f s wall, %.3f s cpu (target < 2 s)\n", seconds, cpuSeconds);
     std::printf("peak memory: %.1f MiB (%.1f MiB before loading; target < 400 MiB)\n",
                 PeakMemoryMiB(), baseline);

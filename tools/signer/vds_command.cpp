@@ -58,16 +58,18 @@ int Run(const std::vector<std::string>& arguments) {
         options["cert"].as<std::string>(), options["key"].as<std::string>(), chain);
     const bool withFileName = options.count("with-filename") != 0;
     const bool replace = options.count("replace") != 0;
-    return SignEach(options["file"].as<std::vector<std::string>>(),
-                    [&](const boost::filesystem::path& file) {
-                        ::vds::signing::SignOptions sign;
-                        sign.replace = replace;
-                        if (withFileName) {
-                            // The checker's own rule, so that both bind the same name.
-                            sign.additionalContent = SignedFileNameBytes(file);
-                        }
-                        ::vds::signing::SignFile(file, material, sign);
-                    });
+    return SignEach(
+        options["file"].as<std::vector<std::string>>(),
+        [&](const boost::filesystem::path& file, const boost::filesystem::path& target) {
+            ::vds::signing::SignOptions sign;
+            sign.replace = replace;
+            if (withFileName) {
+                // The checker's own rule on the name it is given (the link's), so
+                // that both bind the same name.
+                sign.additionalContent = SignedFileNameBytes(file);
+            }
+            ::vds::signing::SignFile(target, material, sign);
+        });
 }
 
 }  // namespace

@@ -11,3 +11,16 @@ result_t OpenFileIO(const boost::filesystem::path& path, OpenMode mode, intrusiv
 }
 
 }  // namespace ruk
+
+namespace ruk {
+
+bool IsFileMissing(result_t code) {
+    return IsOsResult(code) && platform::IsMissingError(GetOsError(code));
+}
+
+bool IsNotRegularFile(result_t code) {
+    return code == result::NotRegularFile ||
+           (IsOsResult(code) && platform::IsFolderError(GetOsError(code)));
+}
+
+}  // namespace ruk

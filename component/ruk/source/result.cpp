@@ -30,6 +30,7 @@ constexpr ResultText kTexts[] = {
     {result::IoError, "Input/output error"},
     {result::BufferTooSmall, "Buffer too small"},
     {result::OutOfRange, "Out of range"},
+    {result::NotRegularFile, "Not a regular file"},
 };
 
 }  // namespace
@@ -49,7 +50,9 @@ std::uint32_t GetOsError(result_t code) {
     return IsOsResult(code) ? (static_cast<std::uint32_t>(code) & 0xFFFFu) : 0u;
 }
 
-const char* GetResultCategory(result_t code) { return IsOsResult(code) ? "os.result" : "ruk.result"; }
+const char* GetResultCategory(result_t code) {
+    return IsOsResult(code) ? "os.result" : "ruk.result";
+}
 
 std::string GetResultText(result_t code) {
     if (IsOsResult(code)) {

@@ -6,7 +6,7 @@
 #include <sstream>
 #include <thread>
 
-#include <boost/filesystem/fstream.hpp>
+#include "ruk/io.h"
 
 namespace ruk {
 namespace {
@@ -73,21 +73,31 @@ private:
 
 class FileChannel : public ITraceChannel {
 public:
-    explicit FileChannel(const boost::filesystem::path& path)
-        : stream_(path, std::ios::out | std::ios::trunc | std::ios::binary) {}
-
-    bool IsOpen() const { return stream_.is_open(); }
+    FileChannel(boost::filesystem::path path, intrusive_ptr<IIO> file)
+        : path_(std::move(path)), file_(std::move(file)) {}
 
     void WriteLine(const std::string& line) override {
         std::lock_guard<std::mutex> lock(mutex_);
-        // Flushed per line so that a crash still leaves the log readable.
-        stream_ << line << '\n';
-        stream_.flush();
+        // One write per line, unbuffered, so that a crash still leaves the log
+        // readable and a full disk is noticed at the line it hits.
+        const std::string text = line + '\n';
+        std::size_t written = 0;
+        result_t code = file_->Write(text.data(), text.size(), &written);
+        if (Succeeded(code) && written != text.size()) {
+            code = result::IoError;
+        }
+        if (Failed(code) && !reported_) {
+            reported_ = true;
+            std::cerr << "Can't write trace file " << path_.string()
+                      << ". Reason: " << GetResultText(code) << std::endl;
+        }
     }
 
 private:
     std::mutex mutex_;
-    boost::filesystem::ofstream stream_;
+    boost::filesystem::path path_;
+    intrusive_ptr<IIO> file_;
+    bool reported_ = false;
 };
 
 }  // namespace
@@ -129,11 +139,12 @@ result_t CreateConsoleTraceChannel(intrusive_ptr<ITraceChannel>* channel) {
 
 result_t CreateFileTraceChannel(const boost::filesystem::path& path,
                                 intrusive_ptr<ITraceChannel>* channel) {
-    intrusive_ptr<FileChannel> file(new FileChannel(path));
-    if (!file->IsOpen()) {
-        return result::AccessDenied;
+    intrusive_ptr<IIO> file;
+    const result_t code = OpenFileIO(path, OpenMode::CreateAppend, &file);
+    if (Failed(code)) {
+        return code;
     }
-    *channel = file;
+    *channel = new FileChannel(path, std::move(file));
     return result::Success;
 }
 
@@ -147,6 +158,8 @@ std::vector<std::string> MemoryTraceChannel::Lines() const {
     return lines_;
 }
 
-intrusive_ptr<ITracer> NewTracer() { return intrusive_ptr<ITracer>(new Tracer()); }
+intrusive_ptr<ITracer> NewTracer() {
+    return intrusive_ptr<ITracer>(new Tracer());
+}
 
 }  // namespace ruk

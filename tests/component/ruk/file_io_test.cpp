@@ -58,17 +58,57 @@ TEST(RukFileIoTest, ReportsSystemErrorsForMissingFilesAndDirectories) {
               ruk::result::InvalidArgument);
 }
 
-TEST(RukFileIoTest, OpeningAFifoForReadingDoesNotWaitForAWriter) {
+TEST(RukFileIoTest, OnlyRegularFilesOpenForReadingWithoutWaiting) {
     ict_test::TempDir dir;
     const auto fifo = dir / "pipe";
     ict_test::MakeFifo(fifo);
-    // Would block forever in open() if the stream were opened in blocking mode.
-    ruk::intrusive_ptr<ruk::IIO> io;
-    ASSERT_EQ(ruk::OpenFileIO(fifo, ruk::OpenMode::Read, &io), ruk::result::Success);
-    char buffer[4];
-    std::size_t read = 9;
-    ASSERT_EQ(io->Read(buffer, sizeof(buffer), &read), ruk::result::Success);
-    EXPECT_EQ(read, 0u);
+    boost::filesystem::create_symlink("/dev/zero", dir / "zero");
+    boost::filesystem::create_symlink(dir / "gone", dir / "dangling");
+    ict_test::WriteText(dir / "file", "x");
+    struct Case {
+        boost::filesystem::path path;
+        ruk::result_t code;
+        bool missing;
+        bool notRegular;
+    };
+    // Opening the FIFO in blocking mode would wait here for a writer.
+    const Case cases[] = {
+        {fifo, ruk::result::NotRegularFile, false, true},
+        {dir / "zero", ruk::result::NotRegularFile, false, true},
+        {dir.Path(), ruk::MakeOsResult(EISDIR), false, true},
+        {dir / "dangling", ruk::MakeOsResult(ENOENT), true, false},
+        {dir / "file" / "below", ruk::MakeOsResult(ENOTDIR), true, false},
+    };
+    for (const auto& test : cases) {
+        ruk::intrusive_ptr<ruk::IIO> io;
+        const ruk::result_t code = ruk::OpenFileIO(test.path, ruk::OpenMode::Read, &io);
+        EXPECT_EQ(code, test.code) << test.path;
+        EXPECT_FALSE(io) << test.path;
+        EXPECT_EQ(ruk::IsFileMissing(code), test.missing) << test.path;
+        EXPECT_EQ(ruk::IsNotRegularFile(code), test.notRegular) << test.path;
+    }
+    EXPECT_EQ(ruk::GetResultText(ruk::result::NotRegularFile), "Not a regular file");
+    EXPECT_FALSE(ruk::IsFileMissing(ruk::result::Success));
+    EXPECT_FALSE(ruk::IsNotRegularFile(ruk::MakeOsResult(EACCES)));
+}
+
+TEST(RukFileIoTest, AppendModeKeepsWhatIsThereAndWritesAtTheEnd) {
+    ict_test::TempDir dir;
+    const auto path = dir / "log";
+    ict_test::WriteText(path, "old\n");
+    for (const char* line : {"one\n", "two\n"}) {
+        ruk::intrusive_ptr<ruk::IIO> io;
+        ASSERT_EQ(ruk::OpenFileIO(path, ruk::OpenMode::CreateAppend, &io), ruk::result::Success);
+        // Even after a seek, a write goes to the end.
+        ASSERT_EQ(io->Seek(0, ruk::SeekOrigin::Begin, nullptr), ruk::result::Success);
+        std::size_t written = 0;
+        ASSERT_EQ(io->Write(line, 4, &written), ruk::result::Success);
+    }
+    EXPECT_EQ(ict_test::ReadText(path), "old\none\ntwo\n");
+    ruk::intrusive_ptr<ruk::IIO> created;
+    EXPECT_EQ(ruk::OpenFileIO(dir / "new", ruk::OpenMode::CreateAppend, &created),
+              ruk::result::Success);
+    EXPECT_TRUE(boost::filesystem::exists(dir / "new"));
 }
 
 }  // namespace

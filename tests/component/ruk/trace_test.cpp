@@ -1,3 +1,6 @@
+#include <cerrno>
+#include <iostream>
+#include <sstream>
 #include <string>
 
 #include <gmock/gmock.h>
@@ -44,7 +47,7 @@ TEST(RukTraceTest, TracerWritesPrefixedLinesUpToItsLevelToEveryChannel) {
     EXPECT_EQ(first->Lines(), second->Lines());
 }
 
-TEST(RukTraceTest, FileChannelTruncatesTheFileAndAppendsEachLine) {
+TEST(RukTraceTest, FileChannelKeepsTheOldContentAndAppendsEachLine) {
     ict_test::TempDir dir;
     const auto path = dir / "trace.log";
     ict_test::WriteText(path, "old content\n");
@@ -52,13 +55,28 @@ TEST(RukTraceTest, FileChannelTruncatesTheFileAndAppendsEachLine) {
     ASSERT_EQ(ruk::CreateFileTraceChannel(path, &channel), ruk::result::Success);
     channel->WriteLine("one");
     channel->WriteLine("two");
-    // Each line is flushed at once: readable while the channel is still open.
-    EXPECT_EQ(ict_test::ReadText(path), "one\ntwo\n");
+    // Each line is written at once: readable while the channel is still open.
+    EXPECT_EQ(ict_test::ReadText(path), "old content\none\ntwo\n");
 
+    // The system's own error, not a fixed one.
     ruk::intrusive_ptr<ruk::ITraceChannel> failed;
-    EXPECT_TRUE(ruk::Failed(ruk::CreateFileTraceChannel(dir / "no" / "such" / "dir.log", &failed)));
-    EXPECT_TRUE(ruk::Failed(ruk::CreateFileTraceChannel(dir.Path(), &failed)));
+    EXPECT_EQ(ruk::CreateFileTraceChannel(dir / "no" / "such" / "dir.log", &failed),
+              ruk::MakeOsResult(ENOENT));
+    EXPECT_EQ(ruk::CreateFileTraceChannel(dir.Path(), &failed), ruk::MakeOsResult(EISDIR));
     EXPECT_FALSE(failed);
+}
+
+TEST(RukTraceTest, AFailingFileWriteIsReportedOnceOnStandardError) {
+    ruk::intrusive_ptr<ruk::ITraceChannel> channel;
+    // Every write to this device fails as on a full disk.
+    ASSERT_EQ(ruk::CreateFileTraceChannel("/dev/full", &channel), ruk::result::Success);
+    std::ostringstream captured;
+    std::streambuf* const original = std::cerr.rdbuf(captured.rdbuf());
+    channel->WriteLine("one");
+    channel->WriteLine("two");
+    std::cerr.rdbuf(original);
+    EXPECT_EQ(captured.str(),
+              "Can't write trace file /dev/full. Reason: No space left on device\n");
 }
 
 TEST(RukTraceTest, RootLocatorHandsOutOneServiceAndFreshTracers) {

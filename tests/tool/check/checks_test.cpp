@@ -149,24 +149,22 @@ TEST_F(ChecksTest, UnreadableFileFailsWithDataObjectMessageNotMismatch) {
 TEST_F(ChecksTest, ValueComparesRawBytesWithoutPrintingThem) {
     const auto file = (dir_ / "version.txt").string();
     ict_test::WriteText(file, "1.0");
-    const auto raw = std::make_shared<RawValueProvider>();
     const auto dword = std::make_shared<ict_test::TestDataObjectSource>(
         std::make_shared<ict_test::FakeDataObject>(true, std::vector<std::uint8_t>{1, 0, 0, 0}));
-    Value(trace_.Tracer(), files_, raw, BytesOf("1.0")).CheckFileValue(file);
-    Value(trace_.Tracer(), dword, raw, {1, 0, 0, 0})
+    Value(trace_.Tracer(), files_, BytesOf("1.0")).CheckFileValue(file);
+    Value(trace_.Tracer(), dword, {1, 0, 0, 0})
         .CheckRegistryValue("HKCU\\K", "Count", RegistryType::Dword);
     EXPECT_THAT(trace_.Messages(), ElementsAre("Checking value of file " + file + " ...",
                                                "File " + file + " has expected value",
                                                "Checking registry key Count in HKCU\\K ...",
                                                "Registry key Count in HKCU\\K has expected value"));
 
-    EXPECT_EQ(MismatchText([&] {
-                  Value(trace_.Tracer(), files_, raw, BytesOf("1.0\n")).CheckFileValue(file);
-              }),
+    EXPECT_EQ(MismatchText(
+                  [&] { Value(trace_.Tracer(), files_, BytesOf("1.0\n")).CheckFileValue(file); }),
               "Verification mismatch with 'Value' checker. Reason: File " + file +
                   " has unexpected value");
     EXPECT_EQ(MismatchText([&] {
-                  Value(trace_.Tracer(), dword, raw, {1, 0, 0})
+                  Value(trace_.Tracer(), dword, {1, 0, 0})
                       .CheckRegistryValue("HKCU\\K", "Count", RegistryType::Dword);
               }),
               "Verification mismatch with 'Value' checker. Reason: Registry key Count in HKCU\\K "

@@ -206,8 +206,10 @@ TEST_F(ArgumentsTest, SingleFileIsMadeFullButMustBeARegularFile) {
     fs::create_symlink(manifest_, dir_ / "link");
     fs::create_directories(dir_ / "sub");
     const ScopedCurrentPath inDir(dir_.Path());
-    EXPECT_EQ(Parse({"--single_file", "./sub/../a.xml"}).GetSingleFilePath(), manifest_);
-    // Links are kept as given: the manifest lookup resolves them itself.
+    // Neither ".." nor links are resolved as text ("link/.." is the link
+    // target's parent): the manifest lookup asks the file system.
+    EXPECT_EQ(Parse({"--single_file", "./sub/../a.xml"}).GetSingleFilePath(),
+              dir_ / "." / "sub" / ".." / "a.xml");
     EXPECT_EQ(Parse({"--single_file", "link"}).GetSingleFilePath(), dir_ / "link");
     EXPECT_EQ(MessageOf([&] {
                   Parse({"--single_file", "sub"}).GetSingleFilePath();

@@ -52,9 +52,15 @@ TEST(TracerTest, PassesLevelsUpToItsOwnAndComposesOnlyThose) {
                 ElementsAre(EndsWith(" INFO shown probe and 42"), EndsWith(" ERROR error line")));
 }
 
-TEST(TracerTest, WritesToANewTraceFile) {
+TEST(TracerTest, WritesToANewTraceFileAndAppendsToAnOldOne) {
     ict_test::TempDir dir;
     const auto path = dir / "run.log";
+    for (const char* line : {"first", "second"}) {
+        const Tracer tracer(ruk::GetRootServiceLocator(), 800, path);
+        tracer.Trace(800, "%1% run", line);
+    }
+    EXPECT_THAT(ict_test::ReadText(path), HasSubstr(" DEBUG first run\n"));
+    EXPECT_THAT(ict_test::ReadText(path), EndsWith(" DEBUG second run\n"));
     {
         const Tracer tracer(ruk::GetRootServiceLocator(), 800, path);
         EXPECT_TRUE(tracer.WritesToFile());
@@ -86,10 +92,12 @@ TEST(TracerTest, RefusesTraceTargetsThatAreNotFiles) {
     EXPECT_THAT(ConstructionFailure(dir / "pipe"),
                 HasSubstr("Trace path \"" + (dir / "pipe").string() + "\" is not a file"));
 
-    // A file that cannot be opened fails in the framework, named by its step.
-    const std::string unopenable = ConstructionFailure(dir / "missing" / "run.log");
+    // A file that cannot be opened is named with the system's own reason.
+    const auto missing = dir / "missing" / "run.log";
+    const std::string unopenable = ConstructionFailure(missing);
     EXPECT_THAT(unopenable, StartsWith("Can't create tracer. Reason: "));
-    EXPECT_THAT(unopenable, HasSubstr("Expression failed"));
+    EXPECT_THAT(unopenable, HasSubstr("Can't open trace file " + missing.string() +
+                                      ". Reason: No such file or directory"));
     EXPECT_THAT(unopenable, HasSubstr("product/tool/integrity_check_tool/source/tracer"));
     EXPECT_FALSE(boost::filesystem::exists(dir / "missing"));
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <sstream>
+#include <tuple>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,6 +12,8 @@
 #include "enum_printing.h"
 
 #include "common/exception.h"
+#include "manifest/filter_evaluator.h"
+#include "system_info.h"
 
 namespace integrity_check_tool {
 namespace {
@@ -78,12 +81,13 @@ TEST(CheckMismatchesTest, ComparesTheSetsOfCheckTypesOnly) {
               "Mismatch check types found for /p/a.dll");
 
     CheckMismatches(*MakeValue("Version", CheckType::Value, 1),
-                    *MakeValue("Version", CheckType::Value, 2));
+                    *MakeValue("Version", CheckType::Value, 2), "HKLM\\K");
+    // A value is named with its key.
     EXPECT_EQ(FailureOf([] {
                   CheckMismatches(*MakeValue("Version", CheckType::Value, 1),
-                                  *MakeValue("Version", CheckType::Exists, 1));
+                                  *MakeValue("Version", CheckType::Exists, 1), "HKLM\\K");
               }),
-              "Mismatch check types found for Version");
+              "Mismatch check types found for 'Version' in 'HKLM\\K'");
 }
 
 TEST(PathOrderTest, OrdersLikeTheElementsOfThePaths) {
@@ -103,19 +107,28 @@ TEST(PathOrderTest, OrdersLikeTheElementsOfThePaths) {
     EXPECT_EQ(files.count("/opt/a/b/"), 0u);
 }
 
-TEST(AddFileTest, SamePathMergesChecksAndDifferentTypesFail) {
+TEST(AddFileTest, AddKeepsRecordsApartInOrderAndMergeJoinsThem) {
     FileTable files;
     AddFile(files, MakeFile("/b", {CheckType::Sha256}, 1));
     AddFile(files, MakeFile("/a", {CheckType::Exists}));
-    AddFile(files, MakeFile("/b", {CheckType::Sha256}, 2));
-    ASSERT_EQ(files.size(), 2u);
-    EXPECT_EQ(files.begin()->first, "/a");
-    const auto& merged = *files.at("/b");
-    ASSERT_EQ(merged.checks.size(), 2u);
-    EXPECT_EQ(merged.checks[0].value, Bytes{1});
-    EXPECT_EQ(merged.checks[1].value, Bytes{2});
+    AddFile(files, MakeFile("/b", {CheckType::Exists}, 2));
+    ASSERT_EQ(files.size(), 3u);
+    EXPECT_THAT(TypesOf(files.begin()->second->checks), ElementsAre(CheckType::Exists));
+    const auto [first, end] = files.equal_range("/b");
+    ASSERT_EQ(std::distance(first, end), 2);
+    EXPECT_EQ(first->second->checks[0].value, Bytes{1});
+    EXPECT_EQ(std::next(first)->second->checks[0].value, Bytes{2});
 
-    EXPECT_EQ(FailureOf([&] { AddFile(files, MakeFile("/b", {CheckType::Exists})); }),
+    FileTable merged;
+    MergeFile(merged, MakeFile("/b", {CheckType::Sha256}, 1));
+    MergeFile(merged, MakeFile("/a", {CheckType::Exists}));
+    MergeFile(merged, MakeFile("/b", {CheckType::Sha256}, 2));
+    ASSERT_EQ(merged.size(), 2u);
+    const auto& b = *merged.find("/b")->second;
+    ASSERT_EQ(b.checks.size(), 2u);
+    EXPECT_EQ(b.checks[0].value, Bytes{1});
+    EXPECT_EQ(b.checks[1].value, Bytes{2});
+    EXPECT_EQ(FailureOf([&] { MergeFile(merged, MakeFile("/b", {CheckType::Exists})); }),
               "Mismatch check types found for /b");
 }
 
@@ -148,7 +161,7 @@ TEST(MergeManifestTest, MergesFilesRegistriesAndEnvironments) {
 
     EXPECT_EQ(target.productName, "First");
     EXPECT_THAT(PathsOf(target), ElementsAre("/common", "/only-first", "/only-second"));
-    const auto& common = target.files.at("/common")->checks;
+    const auto& common = target.files.find("/common")->second->checks;
     ASSERT_EQ(common.size(), 2u);
     EXPECT_EQ(common[1].value, Bytes{2});
     ASSERT_EQ(target.environments.size(), 2u);
@@ -166,45 +179,130 @@ TEST(MergeManifestTest, MergesFilesRegistriesAndEnvironments) {
 TEST(MergeManifestTest, RegistryValueMismatchFails) {
     Manifest registryTarget;
     registryTarget.registries.push_back(std::make_unique<RegistryInfo>());
+    registryTarget.registries[0]->path = "HKCU\\K";
     registryTarget.registries[0]->values.push_back(MakeValue("V", CheckType::Value, 1));
     Manifest registrySource;
     registrySource.registries.push_back(std::make_unique<RegistryInfo>());
+    registrySource.registries[0]->path = "HKCU\\K";
     registrySource.registries[0]->values.push_back(MakeValue("V", CheckType::NotExists, 1));
     EXPECT_EQ(FailureOf([&] { MergeManifest(registryTarget, std::move(registrySource)); }),
-              "Mismatch check types found for V");
+              "Mismatch check types found for 'V' in 'HKCU\\K'");
 }
 
-TEST(FoldDirectoriesTest, JoinsPathsMergesAndInheritsConditions) {
-    Manifest manifest;
-    AddFile(manifest.files, MakeFile("/root/bin/a.so", {CheckType::Sha256}, 1));
-    auto directory = std::make_unique<DirectoryInfo>();
-    directory->path = "/root/bin";
-    directory->filter.os = Os::Windows;
-    directory->filter.arch = Arch::ARM64;
-    directory->filter.minVersionNt = 601;
-    directory->filter.maxVersionNt = 1000;
-    directory->files.push_back(MakeFile("a.so", {CheckType::Sha256}, 2));
-    auto own = MakeFile("b.so", {CheckType::Exists});
-    own->filter.os = Os::Linux;
-    own->filter.minVersionNt = 603;
-    own->filter.maxVersionNt = 1200;
-    directory->files.push_back(std::move(own));
-    manifest.directories.push_back(std::move(directory));
+// Records for SelectApplicable: the facts are this machine's (Linux when the
+// tests run on POSIX), so os="Windows" never applies and defined="Here" does.
+std::unique_ptr<FileInfo> Filtered(std::unique_ptr<FileInfo> file) {
+    file->filter.os = Os::Windows;
+    return file;
+}
 
-    FoldDirectories(manifest);
+TEST(SelectApplicableTest, FiltersEveryRecordBeforeAnythingMerges) {
+    Manifest manifest;
+    // Two records of one path with other check types: only one applies.
+    AddFile(manifest.files, Filtered(MakeFile("/p/a.so", {CheckType::NotExists})));
+    AddFile(manifest.files, MakeFile("/p/a.so", {CheckType::Exists}));
+    // Two that apply merge; the filtered third never lends its checks.
+    AddFile(manifest.files, MakeFile("/p/b.so", {CheckType::Sha256}, 1));
+    AddFile(manifest.files, Filtered(MakeFile("/p/b.so", {CheckType::Sha256}, 9)));
+    auto b = MakeFile("/p/b.so", {CheckType::Sha256}, 2);
+    b->filter.defined = "Here";
+    AddFile(manifest.files, std::move(b));
+    // A filtered group filters its members; an applying group joins its path.
+    auto windows = std::make_unique<DirectoryInfo>();
+    windows->path = "/p";
+    windows->filter.os = Os::Windows;
+    windows->files.push_back(MakeFile("a.so", {CheckType::Value}));
+    manifest.directories.push_back(std::move(windows));
+    auto group = std::make_unique<DirectoryInfo>();
+    group->path = "/p/";
+    group->files.push_back(MakeFile("/c.so", {CheckType::Exists}));
+    group->files.push_back(Filtered(MakeFile("d.so", {CheckType::Exists})));
+    manifest.directories.push_back(std::move(group));
+    // Keys and values: a filtered key, a key listed twice, a value listed twice.
+    auto filteredKey = std::make_unique<RegistryInfo>();
+    filteredKey->path = "HKLM\\Windows";
+    filteredKey->filter.os = Os::Windows;
+    filteredKey->values.push_back(MakeValue("W", CheckType::Exists, 0));
+    manifest.registries.push_back(std::move(filteredKey));
+    for (const CheckType type : {CheckType::Value, CheckType::NotExists}) {
+        auto key = std::make_unique<RegistryInfo>();
+        key->path = "HKLM\\Demo";
+        key->values.push_back(MakeValue("V", CheckType::Value, 1));
+        auto other = MakeValue("V", type, 2);
+        if (type == CheckType::NotExists) {
+            other->filter.os = Os::Windows;
+        }
+        key->values.push_back(std::move(other));
+        manifest.registries.push_back(std::move(key));
+    }
+
+    FilteredRecords filtered;
+    SelectApplicable(manifest, FilterEvaluator(nullptr, SystemInfo({"Here"})), filtered);
 
     EXPECT_TRUE(manifest.directories.empty());
-    EXPECT_THAT(PathsOf(manifest), ElementsAre("/root/bin/a.so", "/root/bin/b.so"));
-    // Listed in the directory and at the top: one record after folding.
-    EXPECT_EQ(manifest.files.at("/root/bin/a.so")->checks.size(), 2u);
-    const auto& inherited = manifest.files.at("/root/bin/a.so")->filter;
-    // The record at the top came first and keeps its own (empty) conditions.
-    EXPECT_FALSE(inherited.os);
-    const auto& narrowed = manifest.files.at("/root/bin/b.so")->filter;
-    EXPECT_EQ(narrowed.os, Os::Linux);
-    EXPECT_EQ(narrowed.arch, Arch::ARM64);
-    EXPECT_EQ(narrowed.minVersionNt, 603u);
-    EXPECT_EQ(narrowed.maxVersionNt, 1000u);
+    EXPECT_THAT(PathsOf(manifest), ElementsAre("/p/a.so", "/p/b.so", "/p/c.so"));
+    EXPECT_THAT(TypesOf(manifest.files.find("/p/a.so")->second->checks),
+                ElementsAre(CheckType::Exists));
+    const auto& merged = manifest.files.find("/p/b.so")->second->checks;
+    ASSERT_EQ(merged.size(), 2u);
+    EXPECT_EQ(merged[0].value, Bytes{1});
+    EXPECT_EQ(merged[1].value, Bytes{2});
+    std::vector<std::string> skipped;
+    for (const auto& file : filtered.files) {
+        EXPECT_EQ(file.first, file.second->path);
+        skipped.push_back(file.first.string());
+    }
+    EXPECT_THAT(skipped, ElementsAre("/p/a.so", "/p/a.so", "/p/b.so", "/p/d.so"));
+
+    ASSERT_EQ(manifest.registries.size(), 1u);
+    const auto& demo = *manifest.registries[0];
+    EXPECT_EQ(demo.path, "HKLM\\Demo");
+    ASSERT_EQ(demo.values.size(), 1u);
+    EXPECT_THAT(TypesOf(demo.values[0]->checks),
+                ElementsAre(CheckType::Value, CheckType::Value, CheckType::Value));
+    EXPECT_THAT(filtered.registries, ElementsAre("HKLM\\Windows"));
+    EXPECT_THAT(filtered.values, ElementsAre("V"));
+}
+
+TEST(SelectApplicableTest, RecordsThatBothApplyStillMustAgree) {
+    Manifest manifest;
+    AddFile(manifest.files, MakeFile("/p/a.so", {CheckType::Sha256}));
+    auto group = std::make_unique<DirectoryInfo>();
+    group->path = "/p";
+    group->files.push_back(MakeFile("a.so", {CheckType::Exists}));
+    manifest.directories.push_back(std::move(group));
+    FilteredRecords filtered;
+    EXPECT_EQ(FailureOf([&] {
+                  SelectApplicable(manifest, FilterEvaluator(nullptr, SystemInfo({})), filtered);
+              }),
+              "Mismatch check types found for /p/a.so");
+
+    Manifest registry;
+    auto key = std::make_unique<RegistryInfo>();
+    key->path = "HKLM\\Demo";
+    key->values.push_back(MakeValue("V", CheckType::Value, 1));
+    key->values.push_back(MakeValue("V", CheckType::Exists, 1));
+    registry.registries.push_back(std::move(key));
+    EXPECT_EQ(FailureOf([&] {
+                  SelectApplicable(registry, FilterEvaluator(nullptr, SystemInfo({})), filtered);
+              }),
+              "Mismatch check types found for 'V' in 'HKLM\\Demo'");
+}
+
+TEST(JoinGroupPathTest, OneSeparatorWhateverEitherSideBrings) {
+    const std::vector<std::tuple<std::string, std::string, std::string>> cases = {
+        {"/p/bin", "a.dll", "/p/bin/a.dll"},
+        {"/p/bin/", "a.dll", "/p/bin/a.dll"},
+        {"/p/bin//", "//a.dll", "/p/bin/a.dll"},
+        {"/p/bin", "/a.dll", "/p/bin/a.dll"},
+        {"/p/bin", "sub/a.dll", "/p/bin/sub/a.dll"},
+        {"/", "a.dll", "/a.dll"},
+        {"", "a.dll", "a.dll"},
+        {"/p/bin", "", "/p/bin"},
+    };
+    for (const auto& [group, member, joined] : cases) {
+        EXPECT_EQ(JoinGroupPath(group, member).string(), joined) << group << " + " << member;
+    }
 }
 
 class ExpandManifestTest : public ::testing::Test {
@@ -223,26 +321,26 @@ protected:
     EnvironmentPtr environment_ = std::make_shared<Environment>("/opt/p/m.xml", nullptr);
 };
 
-TEST_F(ExpandManifestTest, RekeysFilesAndMergesThoseThatNowMeetInOnePath) {
-    Manifest manifest;
-    AddFile(manifest.files, File("%Bin%\\a.so", CheckType::Sha256, 1));
-    AddFile(manifest.files, File("%Other%/a.so", CheckType::Sha256, 2));
-    AddFile(manifest.files, File("%Unknown%\\z", CheckType::Exists, 0));
-    AddFile(manifest.files, File("/0-first", CheckType::Exists, 0));
-
-    ExpandManifest(manifest);
-
-    EXPECT_THAT(PathsOf(manifest), ElementsAre("%Unknown%/z", "/0-first", "/opt/p/bin/a.so"));
-    EXPECT_THAT(TypesOf(manifest.files.at("/opt/p/bin/a.so")->checks),
-                ElementsAre(CheckType::Sha256, CheckType::Sha256));
-}
-
-TEST_F(ExpandManifestTest, MeetingWithOtherCheckTypesFails) {
+TEST_F(ExpandManifestTest, RekeysFilesAndKeepsThoseThatNowMeetApart) {
     Manifest manifest;
     AddFile(manifest.files, File("%Bin%\\a.so", CheckType::Sha256, 1));
     AddFile(manifest.files, File("%Other%/a.so", CheckType::Exists, 2));
-    EXPECT_EQ(FailureOf([&] { ExpandManifest(manifest); }),
-              "Mismatch check types found for /opt/p/bin/a.so");
+    AddFile(manifest.files, File("%Unknown%\\z", CheckType::Exists, 0));
+    AddFile(manifest.files, File("/0-first", CheckType::Exists, 0));
+    auto group = std::make_unique<DirectoryInfo>();
+    group->environment = environment_;
+    group->path = "%Bin%\\";
+    group->files.push_back(MakeFile("%Other%\\x", {CheckType::Exists}));
+    manifest.directories.push_back(std::move(group));
+
+    ExpandManifest(manifest);
+
+    // Merging, and so any mismatch, waits until filtering has decided.
+    EXPECT_THAT(PathsOf(manifest),
+                ElementsAre("%Unknown%/z", "/0-first", "/opt/p/bin/a.so", "/opt/p/bin/a.so"));
+    // A member without its own environment expands through its group's.
+    EXPECT_EQ(manifest.directories[0]->path, "/opt/p/bin/");
+    EXPECT_EQ(manifest.directories[0]->files[0]->path, "/opt/p/bin/x");
 }
 
 TEST_F(ExpandManifestTest, ExpandsRegistryNamesAndEnvironmentValuesButKeepsTheirBackslashes) {

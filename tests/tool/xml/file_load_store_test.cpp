@@ -5,6 +5,7 @@
 #include <boost/filesystem/operations.hpp>
 
 #include "manifest/environment.h"
+#include "manifest/filter_evaluator.h"
 #include "manifest/manifest_operations.h"
 #include "support/file_helpers.h"
 #include "support/temp_dir.h"
@@ -54,8 +55,9 @@ TEST(XmlLoadTest, LoadTiesTheManifestToItsEnvironmentAndTracesIt) {
     EXPECT_THAT(lines[3], HasSubstr("\"productName\": \"Demo\""));
 
     // What the verify walk does next: every path ends up real.
-    FoldDirectories(*manifest);
     ExpandManifest(*manifest);
+    FilteredRecords filtered;
+    SelectApplicable(*manifest, FilterEvaluator(nullptr, SystemInfo({})), filtered);
     const auto bin = directory.Path() / "bin";
     std::vector<boost::filesystem::path> paths;
     for (const auto& file : manifest->files) {

@@ -14,9 +14,10 @@ namespace ruk {
 enum class SeekOrigin { Begin, Current, End };
 
 enum class OpenMode {
-    Read,             // existing file, read only
+    Read,             // existing regular file, read only (see OpenFileIO)
     ReadWrite,        // existing file, read and write
     CreateReadWrite,  // create or open, read and write, contents kept
+    CreateAppend,     // create or open, write only, every write at the end, contents kept
 };
 
 // A random-access byte stream. Every operation reports a result code; a read
@@ -32,7 +33,17 @@ public:
 };
 
 // Opens a file stream; on failure the result carries the system error.
+// For reading, the type is taken from the opened handle, never from an
+// earlier look at the path: only a regular file opens, so a path swapped for
+// a FIFO, a device or a link to one can neither block nor stream without
+// end. Opening never waits for a writer. A folder fails with the system's
+// own error, any other kind with result::NotRegularFile.
 result_t OpenFileIO(const boost::filesystem::path& path, OpenMode mode, intrusive_ptr<IIO>* io);
+
+// Why OpenFileIO found no file to read: nothing at the path (or a path
+// through a file), or something that is not a regular file.
+bool IsFileMissing(result_t code);
+bool IsNotRegularFile(result_t code);
 
 // A growable in-memory stream positioned at 0.
 class MemoryIO : public IIO {

@@ -27,10 +27,15 @@ constexpr result_t AlreadyExists = -11;
 constexpr result_t IoError = -12;
 constexpr result_t BufferTooSmall = -13;
 constexpr result_t OutOfRange = -14;
+constexpr result_t NotRegularFile = -15;
 }  // namespace result
 
-inline bool Succeeded(result_t code) { return code >= 0; }
-inline bool Failed(result_t code) { return code < 0; }
+inline bool Succeeded(result_t code) {
+    return code >= 0;
+}
+inline bool Failed(result_t code) {
+    return code < 0;
+}
 
 // Wraps an operating-system error number (errno, GetLastError) as a failure
 // of the "os.result" category; zero stays success.

@@ -34,7 +34,10 @@ std::string FormatTracePrefix(unsigned level);
 
 // Writes to standard error.
 result_t CreateConsoleTraceChannel(intrusive_ptr<ITraceChannel>* channel);
-// Creates or truncates the file and appends every line to it.
+// Creates the file or opens it for appending (an existing file is never
+// truncated) and appends every line to it. On failure the result carries the
+// system's error. The first line that can't be written is reported on
+// standard error, once per channel.
 result_t CreateFileTraceChannel(const boost::filesystem::path& path,
                                 intrusive_ptr<ITraceChannel>* channel);
 

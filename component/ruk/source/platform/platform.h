@@ -14,4 +14,8 @@ std::string GetOsErrorText(std::uint32_t osError);
 
 result_t OpenFile(const boost::filesystem::path& path, OpenMode mode, intrusive_ptr<IIO>* io);
 
+// The system errors that mean "nothing there" and "a folder".
+bool IsMissingError(std::uint32_t osError);
+bool IsFolderError(std::uint32_t osError);
+
 }  // namespace ruk::platform

@@ -11,6 +11,10 @@ namespace {
 // The location that names a failing construction step in "Expression failed".
 constexpr const char* kTracerSource = "product/tool/integrity_check_tool/source/tracer";
 
+const char* CantOpenTraceFile() {
+    return "Can't open trace file %1%. Reason: %2%";
+}
+
 }  // namespace
 
 Tracer::Tracer(ruk::IServiceLocator* locator, unsigned level,
@@ -44,8 +48,12 @@ void Tracer::PrivateConstruct(ruk::IServiceLocator* locator, unsigned level,
 
     ruk::intrusive_ptr<ruk::ITraceChannel> channel;
     if (tracePath) {
-        RUK_ASSERT_AT(ruk::Succeeded(ruk::CreateFileTraceChannel(*tracePath, &channel)),
-                      kTracerSource, __LINE__);
+        // The user needs the file and the system's own reason, not an assertion.
+        const ruk::result_t opened = ruk::CreateFileTraceChannel(*tracePath, &channel);
+        if (ruk::Failed(opened)) {
+            ICT_THROW(Exception(MessageFormat(CantOpenTraceFile(), tracePath->string(),
+                                              ruk::GetResultText(opened))));
+        }
     } else {
         RUK_ASSERT_AT(ruk::Succeeded(ruk::CreateConsoleTraceChannel(&channel)), kTracerSource,
                       __LINE__);

@@ -112,8 +112,16 @@ std::string GetOsErrorText(std::uint32_t osError) {
     return std::strerror(static_cast<int>(osError));
 }
 
+bool IsMissingError(std::uint32_t osError) {
+    return osError == ENOENT || osError == ENOTDIR;
+}
+
+bool IsFolderError(std::uint32_t osError) {
+    return osError == EISDIR;
+}
+
 result_t OpenFile(const boost::filesystem::path& path, OpenMode mode, intrusive_ptr<IIO>* io) {
-    int flags = O_CLOEXEC;
+    int flags = O_CLOEXEC | O_NOCTTY;
     switch (mode) {
         case OpenMode::Read:
             flags |= O_RDONLY;
@@ -124,9 +132,13 @@ result_t OpenFile(const boost::filesystem::path& path, OpenMode mode, intrusive_
         case OpenMode::CreateReadWrite:
             flags |= O_RDWR | O_CREAT;
             break;
+        case OpenMode::CreateAppend:
+            flags |= O_WRONLY | O_CREAT | O_APPEND;
+            break;
     }
     if (mode == OpenMode::Read) {
-        // A FIFO or device listed as a file must never block the run.
+        // A FIFO must not make open() wait for a writer. Regular files ignore
+        // the flag, so it stays on for the reads.
         flags |= O_NONBLOCK;
     }
     // Allocated before the file is opened, so that no failure after the
@@ -142,6 +154,8 @@ result_t OpenFile(const boost::filesystem::path& path, OpenMode mode, intrusive_
     if (fd < 0) {
         return LastError();
     }
+    // One status query, on the handle itself: whatever the path names by now
+    // is what gets read.
     struct stat info {};
     if (::fstat(fd, &info) != 0) {
         const result_t error = LastError();
@@ -153,10 +167,9 @@ result_t OpenFile(const boost::filesystem::path& path, OpenMode mode, intrusive_
         return MakeOsResult(EISDIR);
     }
     if (mode == OpenMode::Read) {
-        // Back to blocking reads for regular files.
-        const int current = ::fcntl(fd, F_GETFL);
-        if (current >= 0) {
-            ::fcntl(fd, F_SETFL, current & ~O_NONBLOCK);
+        if (!S_ISREG(info.st_mode)) {
+            ::close(fd);
+            return result::NotRegularFile;
         }
         ::posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
     }

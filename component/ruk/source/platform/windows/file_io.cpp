@@ -128,6 +128,14 @@ std::string GetOsErrorText(std::uint32_t osError) {
     return text;
 }
 
+bool IsMissingError(std::uint32_t osError) {
+    return osError == ERROR_FILE_NOT_FOUND || osError == ERROR_PATH_NOT_FOUND;
+}
+
+bool IsFolderError(std::uint32_t osError) {
+    return osError == ERROR_DIRECTORY;
+}
+
 result_t OpenFile(const boost::filesystem::path& path, OpenMode mode, intrusive_ptr<IIO>* io) {
     DWORD access = GENERIC_READ;
     DWORD disposition = OPEN_EXISTING;
@@ -135,6 +143,10 @@ result_t OpenFile(const boost::filesystem::path& path, OpenMode mode, intrusive_
         access |= GENERIC_WRITE;
     } else if (mode == OpenMode::CreateReadWrite) {
         access |= GENERIC_WRITE;
+        disposition = OPEN_ALWAYS;
+    } else if (mode == OpenMode::CreateAppend) {
+        // Without FILE_WRITE_DATA every write goes to the end of the file.
+        access = FILE_APPEND_DATA | SYNCHRONIZE;
         disposition = OPEN_ALWAYS;
     }
     // Allocated before the file is opened, so that no failure after the
@@ -147,7 +159,21 @@ result_t OpenFile(const boost::filesystem::path& path, OpenMode mode, intrusive_
         ::CreateFileW(path.c_str(), access, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
                       disposition, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
     if (handle == INVALID_HANDLE_VALUE) {
-        return LastError();
+        const DWORD error = ::GetLastError();
+        // A folder does not open without backup semantics; say what it is.
+        if (error == ERROR_ACCESS_DENIED) {
+            const DWORD attributes = ::GetFileAttributesW(path.c_str());
+            if (attributes != INVALID_FILE_ATTRIBUTES &&
+                (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
+                return MakeOsResult(ERROR_DIRECTORY);
+            }
+        }
+        return MakeOsResult(error);
+    }
+    // The type comes from the opened handle: a pipe or a device never reaches a reader.
+    if (mode == OpenMode::Read && ::GetFileType(handle) != FILE_TYPE_DISK) {
+        ::CloseHandle(handle);
+        return result::NotRegularFile;
     }
     file->Adopt(handle);
     *io = file.release();

@@ -34,22 +34,22 @@ void CheckSignature::Process() {
     // Made first: an unusable verifier fails before any file is read.
     const ISignatureVerifierPtr verifier = factory_->CreateSignatureVerifier();
 
-    const ManifestPtr manifest = LoadManifests(settings_.manifestPaths, tracer_);
-    if (settings_.singleFilePath) {
-        SelectSingleFile(*manifest, *settings_.singleFilePath, manifestName_, *tracer_);
-    }
     const SystemInfo system(
         std::set<std::string>(settings_.definitions.begin(), settings_.definitions.end()));
     const FilterEvaluator filter(tracer_, system);
+    LoadedManifests loaded = LoadManifests(settings_.manifestPaths, tracer_, filter);
+    if (settings_.singleFilePath) {
+        SelectSingleFile(loaded, *settings_.singleFilePath, manifestName_, *tracer_);
+    }
 
+    // Only files carry signatures: filtered registry records are not this mode's objects.
+    for (const auto& file : loaded.filtered.files) {
+        statistics_->Skip(Files, object_word::File, file.first.string());
+    }
     bool allPassed = true;
-    for (const auto& entry : manifest->files) {
+    for (const auto& entry : loaded.manifest->files) {
         const FileInfo& file = *entry.second;
         const std::string name = file.path.string();
-        if (filter.IsFiltered(file.filter, GetPrintableName(file))) {
-            statistics_->Skip(Files, object_word::File, name);
-            continue;
-        }
         allPassed &= statistics_->Run(Files, object_word::File, name, [&] {
             try {
                 verifier->Verify(file.path, nullptr);

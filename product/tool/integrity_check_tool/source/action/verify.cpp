@@ -39,34 +39,31 @@ std::string Verify::GetName() const {
 }
 
 void Verify::Process() {
-    const ManifestPtr manifest = LoadManifests(settings_.manifestPaths, tracer_);
+    const SystemInfo system(
+        std::set<std::string>(settings_.definitions.begin(), settings_.definitions.end()));
+    const FilterEvaluator filter(tracer_, system);
+    LoadedManifests loaded = LoadManifests(settings_.manifestPaths, tracer_, filter);
     if (settings_.singleFilePath) {
-        SelectSingleFile(*manifest, *settings_.singleFilePath, manifestName_, *tracer_);
+        SelectSingleFile(loaded, *settings_.singleFilePath, manifestName_, *tracer_);
     }
     tracer_->Trace(trace_level::Detail, Verifying(),
                    Describe(object_word::Manifest, manifestName_));
 
-    const SystemInfo system(
-        std::set<std::string>(settings_.definitions.begin(), settings_.definitions.end()));
-    const FilterEvaluator filter(tracer_, system);
+    CountFiltered(loaded.filtered, *statistics_);
     // Both walks run whatever the first one gives.
-    const bool filesPassed = VerifyFiles(*manifest, filter);
-    const bool registriesPassed = VerifyRegistries(*manifest, filter);
+    const bool filesPassed = VerifyFiles(*loaded.manifest);
+    const bool registriesPassed = VerifyRegistries(*loaded.manifest);
     if (!filesPassed || !registriesPassed) {
         ICT_THROW(
             Exception(MessageFormat(VerificationFailed(), object_word::Manifest, manifestName_)));
     }
 }
 
-bool Verify::VerifyFiles(const Manifest& manifest, const FilterEvaluator& filter) {
+bool Verify::VerifyFiles(const Manifest& manifest) {
     bool allPassed = true;
     for (const auto& entry : manifest.files) {
         const FileInfo& file = *entry.second;
         const std::string name = file.path.string();
-        if (filter.IsFiltered(file.filter, GetPrintableName(file))) {
-            statistics_->Skip(Files, object_word::File, name);
-            continue;
-        }
         allPassed &= statistics_->Run(Files, object_word::File, name, [&] {
             const std::string described = Describe(object_word::File, name);
             tracer_->Trace(trace_level::Detail, Verifying(), described);
@@ -77,28 +74,20 @@ bool Verify::VerifyFiles(const Manifest& manifest, const FilterEvaluator& filter
     return allPassed;
 }
 
-bool Verify::VerifyRegistries(const Manifest& manifest, const FilterEvaluator& filter) {
+bool Verify::VerifyRegistries(const Manifest& manifest) {
     bool allPassed = true;
     for (const auto& key : manifest.registries) {
-        if (filter.IsFiltered(key->filter, key->path)) {
-            statistics_->Skip(Registries, object_word::RegistryPath, key->path);
-            continue;
-        }
         allPassed &= statistics_->Run(Registries, object_word::RegistryPath, key->path,
-                                      [&] { VerifyRegistryKey(*key, filter); });
+                                      [&] { VerifyRegistryKey(*key); });
     }
     return allPassed;
 }
 
-void Verify::VerifyRegistryKey(const RegistryInfo& key, const FilterEvaluator& filter) {
+void Verify::VerifyRegistryKey(const RegistryInfo& key) {
     const std::string described = Describe(object_word::RegistryPath, key.path);
     tracer_->Trace(trace_level::Detail, Verifying(), described);
     bool allPassed = true;
     for (const auto& value : key.values) {
-        if (filter.IsFiltered(value->filter, GetPrintableName(*value))) {
-            statistics_->Skip(RegistryValues, object_word::RegistryValue, value->name);
-            continue;
-        }
         allPassed &= statistics_->Run(RegistryValues, object_word::RegistryValue, value->name, [&] {
             const std::string valueDescribed = Describe(object_word::RegistryValue, value->name);
             tracer_->Trace(trace_level::Detail, Verifying(), valueDescribed);

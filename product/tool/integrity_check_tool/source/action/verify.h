@@ -10,10 +10,6 @@
 #include "manifest/manifest.h"
 #include "tracer.h"
 
-namespace integrity_check_tool {
-class FilterEvaluator;
-}
-
 namespace integrity_check_tool::action {
 
 // "Verify": reads and merges the manifests and checks every file, then every
@@ -27,9 +23,9 @@ public:
     void Process() override;
 
 private:
-    bool VerifyFiles(const Manifest& manifest, const FilterEvaluator& filter);
-    bool VerifyRegistries(const Manifest& manifest, const FilterEvaluator& filter);
-    void VerifyRegistryKey(const RegistryInfo& key, const FilterEvaluator& filter);
+    bool VerifyFiles(const Manifest& manifest);
+    bool VerifyRegistries(const Manifest& manifest);
+    void VerifyRegistryKey(const RegistryInfo& key);
 };
 
 }  // namespace integrity_check_tool::action

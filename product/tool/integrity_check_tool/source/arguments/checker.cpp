@@ -143,10 +143,11 @@ boost::optional<boost::filesystem::path> CheckerArguments::GetSingleFilePath() c
     }
     const boost::filesystem::path given(GetOptions()[option::SingleFile].as<std::string>());
     boost::system::error_code error;
-    // Full path, but links are kept: the manifest lookup resolves them itself.
+    // Full path, but neither links nor ".." are resolved as text: "link/.."
+    // is the link target's parent, which only the file system knows. The
+    // manifest lookup resolves the path through the file system itself.
     const boost::filesystem::path full =
-        boost::filesystem::absolute(given, boost::filesystem::current_path(error))
-            .lexically_normal();
+        boost::filesystem::absolute(given, boost::filesystem::current_path(error));
     if (error) {
         ICT_THROW(Exception(MessageFormat(SingleFileNotResolved(), given, error.message())));
     }

@@ -1,5 +1,6 @@
 #include "check/value.h"
 
+#include "check/stream_compare.h"
 #include "check/verification_mismatch.h"
 
 namespace integrity_check_tool::check {
@@ -26,12 +27,8 @@ const char* RegistryUnexpected() {
 
 }  // namespace
 
-Value::Value(TracerPtr tracer, IDataObjectSourcePtr source, IValueProviderPtr provider,
-             std::vector<std::uint8_t> expected)
-    : tracer_(std::move(tracer)),
-      source_(std::move(source)),
-      provider_(std::move(provider)),
-      expected_(std::move(expected)) {}
+Value::Value(TracerPtr tracer, IDataObjectSourcePtr source, std::vector<std::uint8_t> expected)
+    : tracer_(std::move(tracer)), source_(std::move(source)), expected_(std::move(expected)) {}
 
 std::string Value::GetName() const {
     return "Value";
@@ -39,9 +36,7 @@ std::string Value::GetName() const {
 
 void Value::CheckFileValue(const boost::filesystem::path& path) const {
     tracer_->Trace(trace_level::Detail, CheckingFile(), path.string());
-    std::vector<std::uint8_t> actual;
-    provider_->Evaluate(*source_->CreateFile(path), actual);
-    if (actual != expected_) {
+    if (!StreamHolds(*source_->CreateFile(path)->GetData(), expected_)) {
         ICT_THROW(
             VerificationMismatch(CheckType::Value, MessageFormat(FileUnexpected(), path.string())));
     }
@@ -51,9 +46,7 @@ void Value::CheckFileValue(const boost::filesystem::path& path) const {
 void Value::CheckRegistryValue(const std::string& keyPath, const std::string& valueName,
                                RegistryType type) const {
     tracer_->Trace(trace_level::Detail, CheckingRegistry(), valueName, keyPath);
-    std::vector<std::uint8_t> actual;
-    provider_->Evaluate(*source_->CreateRegistry(valueName, keyPath, type), actual);
-    if (actual != expected_) {
+    if (!StreamHolds(*source_->CreateRegistry(valueName, keyPath, type)->GetData(), expected_)) {
         ICT_THROW(VerificationMismatch(CheckType::Value,
                                        MessageFormat(RegistryUnexpected(), valueName, keyPath)));
     }

@@ -5,16 +5,15 @@
 
 #include "check/i_checkers.h"
 #include "check/i_data_object_source.h"
-#include "check/i_value_provider.h"
 #include "tracer.h"
 
 namespace integrity_check_tool::check {
 
-// Passes when the object's raw bytes equal the expected bytes.
+// Passes when the object's raw bytes equal the expected bytes. They are
+// compared while they are read, so an object of any size is never held.
 class Value : public IFileChecker, public IRegistryChecker {
 public:
-    Value(TracerPtr tracer, IDataObjectSourcePtr source, IValueProviderPtr provider,
-          std::vector<std::uint8_t> expected);
+    Value(TracerPtr tracer, IDataObjectSourcePtr source, std::vector<std::uint8_t> expected);
 
     std::string GetName() const override;
     void CheckFileValue(const boost::filesystem::path& path) const override;
@@ -24,7 +23,6 @@ public:
 private:
     TracerPtr tracer_;
     IDataObjectSourcePtr source_;
-    IValueProviderPtr provider_;
     std::vector<std::uint8_t> expected_;
 };
 

@@ -29,11 +29,14 @@ bool File::IsExists() const {
 ruk::intrusive_ptr<ruk::IIO> File::GetData() const {
     return UnifyError([this] {
         const platform::FileSystemRedirectionGuard redirectionOff;
-        if (!static_cast<const IDataObject&>(*this).IsExists()) {
+        // Opened first and judged by the open handle: a path swapped after an
+        // existence check for a FIFO, a device or a link to one is not read.
+        ruk::intrusive_ptr<ruk::IIO> io;
+        const ruk::result_t opened = ruk::OpenFileIO(path_, ruk::OpenMode::Read, &io);
+        if (ruk::IsFileMissing(opened) || ruk::IsNotRegularFile(opened)) {
             ICT_THROW(Exception(MessageFormat(NotFound(), path_.string())));
         }
-        ruk::intrusive_ptr<ruk::IIO> io;
-        RUK_CHECK(ruk::OpenFileIO(path_, ruk::OpenMode::Read, &io));
+        RUK_CHECK(opened);
         return io;
     });
 }

@@ -19,6 +19,8 @@ public:
     // missing path is not one, and nothing is opened to find out.
     bool IsExists() const override;
     // A stream over the file's contents, read with WOW64 redirection off.
+    // Anything but a regular file, judged on the opened handle, is "File %1%
+    // not found".
     ruk::intrusive_ptr<ruk::IIO> GetData() const override;
 
     const boost::filesystem::path& GetPath() const { return path_; }

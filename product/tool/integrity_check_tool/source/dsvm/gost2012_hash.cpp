@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "common/message_format.h"
 #include "dsvm/dsvm.h"
 #include "dsvm/exception.h"
 #include "ruk/exception.h"
@@ -11,6 +12,10 @@ namespace {
 
 const char* CantInitialize() {
     return "Can't initialize DSVM2 library";
+}
+// The library's start only fails when the engine can't be loaded.
+const char* EngineNotLoaded() {
+    return "%1%: the GOST engine could not be loaded";
 }
 const char* CantCalculateHash() {
     return "Can't calculate hash";
@@ -30,12 +35,23 @@ struct HashDeleter {
 
 }  // namespace
 
-Gost2012Hash::Gost2012Hash(TracerPtr tracer) : tracer_(std::move(tracer)) {
-    Check(DsvmInitialize(), CantInitialize());
-}
+Gost2012Hash::Gost2012Hash(TracerPtr tracer) : tracer_(std::move(tracer)) {}
 
 Gost2012Hash::~Gost2012Hash() {
-    DsvmRelease();
+    if (initialized_) {
+        DsvmRelease();
+    }
+}
+
+void Gost2012Hash::Initialize() const {
+    if (initialized_) {
+        return;
+    }
+    const DsvmResult result = DsvmInitialize();
+    if (result != DSVM_OK) {
+        ICT_THROW(Exception(MessageFormat(EngineNotLoaded(), CantInitialize()), result));
+    }
+    initialized_ = true;
 }
 
 std::string Gost2012Hash::GetName() const {
@@ -43,6 +59,7 @@ std::string Gost2012Hash::GetName() const {
 }
 
 void Gost2012Hash::Evaluate(const IDataObject& object, std::vector<std::uint8_t>& value) const {
+    Initialize();
     DsvmHash* raw = nullptr;
     Check(DsvmHashCreate(&raw), CantCalculateHash());
     const std::unique_ptr<DsvmHash, HashDeleter> hash(raw);

@@ -11,20 +11,27 @@ namespace integrity_check_tool::dsvm {
 // `openssl dgst -md_gost12_256` prints.
 class Gost2012Hash : public IValueProvider {
 public:
-    // Throws dsvm::Exception "Can't initialize DSVM2 library".
+    // Nothing is loaded yet: the library starts with the first evaluation, so
+    // that a check that never runs (an any-of member after one that passed)
+    // does not need the GOST engine, and one that does fails alone.
     explicit Gost2012Hash(TracerPtr tracer);
     ~Gost2012Hash() override;
     Gost2012Hash(const Gost2012Hash&) = delete;
     Gost2012Hash& operator=(const Gost2012Hash&) = delete;
 
     std::string GetName() const override;
-    // A failing read raises the stream's ruk::ResultException; a failing
-    // digest raises dsvm::Exception "Can't calculate hash".
+    // A library that can't start raises dsvm::Exception "Can't initialize
+    // DSVM2 library" saying that the GOST engine could not be loaded; a
+    // failing read raises the stream's ruk::ResultException; a failing digest
+    // raises dsvm::Exception "Can't calculate hash".
     void Evaluate(const IDataObject& object, std::vector<std::uint8_t>& value) const override;
 
 private:
+    void Initialize() const;
+
     // Kept like every provider's tracer; the digest itself has nothing to trace.
     [[maybe_unused]] TracerPtr tracer_;
+    mutable bool initialized_ = false;
 };
 
 }  // namespace integrity_check_tool::dsvm

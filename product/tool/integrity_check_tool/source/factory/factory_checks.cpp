@@ -62,8 +62,7 @@ std::shared_ptr<Checker> CreateChecker(const Factory& factory, const CheckInfo& 
             return std::make_shared<check::Hash>(
                 tracer, source, factory.CreateValueProvider(check.type), check.type, check.value);
         case CheckType::Value:
-            return std::make_shared<check::Value>(
-                tracer, source, factory.CreateValueProvider(CheckType::Value), check.value);
+            return std::make_shared<check::Value>(tracer, source, check.value);
     }
     ICT_THROW(
         Exception(MessageFormat(UnknownCheckerType(), static_cast<std::uint32_t>(check.type))));

@@ -12,6 +12,9 @@ namespace {
 const char* MismatchCheckTypes() {
     return "Mismatch check types found for %1%";
 }
+const char* RegistryValueName() {
+    return "'%1%' in '%2%'";
+}
 
 std::set<CheckType> CheckTypesOf(const std::vector<CheckInfo>& checks) {
     std::set<CheckType> types;
@@ -34,16 +37,17 @@ std::string GetPrintableName(const FileInfo& file) {
     return PathToUtf8(file.path);
 }
 
-std::string GetPrintableName(const RegistryValueInfo& value) {
-    return value.name;
+std::string GetPrintableName(const std::string& keyPath, const RegistryValueInfo& value) {
+    return MessageFormat(RegistryValueName(), value.name, keyPath);
 }
 
 void CheckMismatches(const FileInfo& a, const FileInfo& b) {
     CompareCheckTypes(a.checks, b.checks, GetPrintableName(a));
 }
 
-void CheckMismatches(const RegistryValueInfo& a, const RegistryValueInfo& b) {
-    CompareCheckTypes(a.checks, b.checks, GetPrintableName(a));
+void CheckMismatches(const RegistryValueInfo& a, const RegistryValueInfo& b,
+                     const std::string& keyPath) {
+    CompareCheckTypes(a.checks, b.checks, GetPrintableName(keyPath, a));
 }
 
 }  // namespace integrity_check_tool

@@ -1,8 +1,8 @@
 #include <algorithm>
+#include <iterator>
 
 #include "manifest/manifest_operations.h"
 #include "manifest/path_text.h"
-#include "manifest/record_merge.h"
 
 namespace integrity_check_tool {
 namespace {
@@ -22,6 +22,8 @@ boost::filesystem::path ExpandPath(const EnvironmentPtr& environment,
     return PathFromUtf8(text);
 }
 
+// Rekeys every record by its expanded path; records that now name one path
+// stay apart until filtering has decided which of them apply.
 void ExpandFiles(FileTable& files) {
     FileTable expanded;
     while (!files.empty()) {
@@ -29,13 +31,10 @@ void ExpandFiles(FileTable& files) {
         auto& file = *node.mapped();
         file.path = ExpandPath(file.environment, file.path);
         node.key() = file.path;
-        const auto found = PlaceFor(expanded, node.key());
-        const auto match = MatchingEntry(expanded, found, node.key());
-        if (match != expanded.end()) {
-            AppendChecks(*match->second, file);
-        } else {
-            expanded.insert(found, std::move(node));
-        }
+        // Paths arriving in order are placed without a search.
+        const bool last =
+            expanded.empty() || !expanded.key_comp()(node.key(), std::prev(expanded.end())->first);
+        expanded.insert(last ? expanded.end() : expanded.upper_bound(node.key()), std::move(node));
     }
     files.swap(expanded);
 }
@@ -50,7 +49,8 @@ void ExpandManifest(Manifest& manifest) {
     for (auto& directory : manifest.directories) {
         directory->path = ExpandPath(directory->environment, directory->path);
         for (auto& file : directory->files) {
-            file->path = ExpandPath(file->environment, file->path);
+            file->path = ExpandPath(file->environment ? file->environment : directory->environment,
+                                    file->path);
         }
     }
     for (auto& registry : manifest.registries) {

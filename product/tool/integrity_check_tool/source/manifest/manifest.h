@@ -97,8 +97,10 @@ struct PathOrder {
     }
 };
 
-// Files keyed and ordered by path.
-using FileTable = std::map<boost::filesystem::path, std::unique_ptr<FileInfo>, PathOrder>;
+// Files keyed and ordered by path. A manifest as read keeps every record as
+// written, so one path may hold several records (one per system, say); the
+// verify walk merges only the records that apply here.
+using FileTable = std::multimap<boost::filesystem::path, std::unique_ptr<FileInfo>, PathOrder>;
 
 // One manifest in memory; it has a single owner (std::unique_ptr<Manifest>).
 struct Manifest {

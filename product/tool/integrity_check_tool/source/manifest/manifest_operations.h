@@ -2,11 +2,14 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "manifest/environment.h"
 #include "manifest/manifest.h"
 
 namespace integrity_check_tool {
+
+class FilterEvaluator;
 
 // Gives every record of the manifest the environment and sets each of the
 // manifest's environment entries into it, in manifest order.
@@ -14,26 +17,47 @@ void RegisterEnvironment(Manifest& manifest, const EnvironmentPtr& environment);
 
 // Two records of one object must name the same set of check types (values are
 // not compared); otherwise Exception "Mismatch check types found for %1%".
+// A registry value is named with its key.
 void CheckMismatches(const FileInfo& a, const FileInfo& b);
-void CheckMismatches(const RegistryValueInfo& a, const RegistryValueInfo& b);
+void CheckMismatches(const RegistryValueInfo& a, const RegistryValueInfo& b,
+                     const std::string& keyPath);
 
-// Puts a file into the table; a record already there for the same path takes
-// the new record's checks after CheckMismatches.
+// Puts a record into the table as written: records of one path stay apart,
+// in the order they were added.
 void AddFile(FileTable& files, std::unique_ptr<FileInfo> file);
 
-// Turns the files of every directory into manifest-level files (directory
-// path joined with the file's path, the directory's conditions added to the
-// file's own) and leaves no directories.
-void FoldDirectories(Manifest& manifest);
+// Puts a record into a table that holds one record per path: a record already
+// there for the same path takes the new record's checks after CheckMismatches.
+void MergeFile(FileTable& files, std::unique_ptr<FileInfo> file);
 
-// Expands every file path, registry key path, registry value name and
-// environment value through the record's own environment. Where the system's
-// separator is '/', backslashes in file paths become '/'. Files that now name
-// the same path are merged.
+// The path of a member of a folder group: exactly one separator between the
+// two, whatever separators the group path ends with or the member starts with.
+boost::filesystem::path JoinGroupPath(const boost::filesystem::path& group,
+                                      const boost::filesystem::path& member);
+
+// Expands every file path, folder group path and member path, registry key
+// path, registry value name and environment value through the record's own
+// environment. Where the system's separator is '/', backslashes in file
+// paths become '/'. Nothing is merged.
 void ExpandManifest(Manifest& manifest);
 
-// Moves everything of `source` into `target`: files merge by path, registry
-// keys by path and their values by name, environments and directories are
+// The records of an expanded manifest that do not apply on this system.
+struct FilteredRecords {
+    FileTable files;                      // files, and the members of filtered folder groups
+    std::vector<std::string> registries;  // key paths
+    std::vector<std::string> values;      // value names of keys that apply
+};
+
+// Puts every record of an expanded manifest to the filter as it stands, and
+// only then merges what applies: files (folder group members joined to their
+// group's path) into one record per path, registry keys by path and their
+// values by name. Records that do not apply go to `filtered` and never meet
+// another record, so a mismatch is only raised between records that both
+// apply. Leaves no folder groups.
+void SelectApplicable(Manifest& manifest, const FilterEvaluator& filter, FilteredRecords& filtered);
+
+// Moves everything of `source` into `target`, both selected: files merge by
+// path, registry keys by path and their values by name, environments are
 // appended. The target keeps its product name, version and date.
 void MergeManifest(Manifest& target, Manifest&& source);
 
@@ -42,6 +66,6 @@ std::string PrintManifest(const Manifest& manifest);
 
 // The names that messages use for records.
 std::string GetPrintableName(const FileInfo& file);
-std::string GetPrintableName(const RegistryValueInfo& value);
+std::string GetPrintableName(const std::string& keyPath, const RegistryValueInfo& value);
 
 }  // namespace integrity_check_tool

@@ -8,7 +8,8 @@
 namespace integrity_check_tool {
 namespace {
 
-// Both tables are walked once, in path order; nodes move without copies.
+// Both tables hold one record per path and are walked once, in path order;
+// nodes move without copies.
 void MergeFiles(FileTable& target, FileTable&& source) {
     const auto less = target.key_comp();
     auto position = target.begin();
@@ -33,7 +34,7 @@ void MergeValues(RegistryInfo& target, RegistryInfo&& source) {
     for (auto& value : source.values) {
         const auto found = byName.find(value->name);
         if (found != byName.end()) {
-            AppendChecks(*found->second, *value);
+            AppendChecks(*found->second, *value, target.path);
         } else {
             byName.emplace(value->name, value.get());
             target.values.push_back(std::move(value));
@@ -41,6 +42,8 @@ void MergeValues(RegistryInfo& target, RegistryInfo&& source) {
     }
     source.values.clear();
 }
+
+}  // namespace
 
 void MergeRegistries(std::vector<std::unique_ptr<RegistryInfo>>& target,
                      std::vector<std::unique_ptr<RegistryInfo>>&& source) {
@@ -60,9 +63,16 @@ void MergeRegistries(std::vector<std::unique_ptr<RegistryInfo>>& target,
     source.clear();
 }
 
-}  // namespace
-
 void AddFile(FileTable& files, std::unique_ptr<FileInfo> file) {
+    auto path = file->path;
+    // Placed after any record of the same path, so that records keep their
+    // order; paths arriving in order are placed without a search.
+    const bool last = files.empty() || !files.key_comp()(path, std::prev(files.end())->first);
+    files.emplace_hint(last ? files.end() : files.upper_bound(path), std::move(path),
+                       std::move(file));
+}
+
+void MergeFile(FileTable& files, std::unique_ptr<FileInfo> file) {
     const auto found = PlaceFor(files, file->path);
     const auto match = MatchingEntry(files, found, file->path);
     if (match != files.end()) {

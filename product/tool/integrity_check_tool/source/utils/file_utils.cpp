@@ -1,7 +1,5 @@
 #include "utils/file_utils.h"
 
-#include <boost/filesystem/operations.hpp>
-
 #include "common/exception.h"
 #include "common/message_format.h"
 #include "ruk/io.h"
@@ -29,21 +27,16 @@ constexpr std::size_t kBlockSize = 1024 * 1024;
 }  // namespace
 
 Bytes ReadWholeFile(const boost::filesystem::path& path) {
-    boost::system::error_code error;
-    const auto status = boost::filesystem::status(path, error);
-    if (status.type() == boost::filesystem::file_not_found) {
-        ThrowCantRead(path, NotFound());
-    }
-    if (error) {
-        ThrowCantRead(path, error.message());
-    }
-    // A FIFO or device could block or never end.
-    if (status.type() != boost::filesystem::regular_file) {
-        ThrowCantRead(path, NotRegularFile());
-    }
-
+    // The type is judged on the opened handle (see OpenFileIO), never on an
+    // earlier look at the path that a swap could outdate.
     ruk::intrusive_ptr<ruk::IIO> io;
     ruk::result_t result = ruk::OpenFileIO(path, ruk::OpenMode::Read, &io);
+    if (ruk::IsFileMissing(result)) {
+        ThrowCantRead(path, NotFound());
+    }
+    if (ruk::IsNotRegularFile(result)) {
+        ThrowCantRead(path, NotRegularFile());
+    }
     if (ruk::Failed(result)) {
         ThrowCantRead(path, ruk::GetResultText(result));
     }
