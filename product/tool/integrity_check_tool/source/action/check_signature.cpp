@@ -34,13 +34,13 @@ void CheckSignature::Process() {
     // Made first: an unusable verifier fails before any file is read.
     const ISignatureVerifierPtr verifier = factory_->CreateSignatureVerifier();
 
-    const ManifestPtr manifest = LoadManifests(settings_.manifestPaths, tracer_);
-    if (settings_.singleFilePath) {
-        SelectSingleFile(*manifest, *settings_.singleFilePath, manifestName_, *tracer_);
-    }
     const SystemInfo system(
         std::set<std::string>(settings_.definitions.begin(), settings_.definitions.end()));
     const FilterEvaluator filter(tracer_, system);
+    const ManifestPtr manifest = LoadManifests(settings_.manifestPaths, tracer_, filter);
+    if (settings_.singleFilePath) {
+        SelectSingleFile(*manifest, *settings_.singleFilePath, manifestName_, *tracer_);
+    }
 
     bool allPassed = true;
     for (const auto& entry : manifest->files) {

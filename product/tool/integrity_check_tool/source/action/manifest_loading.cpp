@@ -16,8 +16,9 @@ const char* FileNotFoundInManifest() {
     return "File %1% not found in manifest %2%";
 }
 
-ManifestPtr LoadExpanded(const boost::filesystem::path& path, const TracerPtr& tracer) {
-    ManifestPtr manifest = xml::File(tracer).Load(path);
+ManifestPtr LoadExpanded(const boost::filesystem::path& path, const TracerPtr& tracer,
+                         const FilterEvaluator& filter) {
+    ManifestPtr manifest = xml::File(tracer).Load(path, &filter);
     FoldDirectories(*manifest);
     // Expanded before merging, so that two manifests naming one file through
     // different placeholders meet on the same path.
@@ -38,16 +39,17 @@ std::string JoinManifestNames(const std::set<boost::filesystem::path>& paths) {
     return names;
 }
 
-ManifestPtr LoadManifests(const std::set<boost::filesystem::path>& paths, const TracerPtr& tracer) {
+ManifestPtr LoadManifests(const std::set<boost::filesystem::path>& paths, const TracerPtr& tracer,
+                          const FilterEvaluator& filter) {
     if (paths.empty()) {
         return std::make_unique<Manifest>();
     }
     auto next = paths.begin();
     const boost::filesystem::path& target = *next;
-    ManifestPtr manifest = LoadExpanded(target, tracer);
+    ManifestPtr manifest = LoadExpanded(target, tracer, filter);
     for (++next; next != paths.end(); ++next) {
         tracer->Trace(trace_level::Detail, MergeManifests(), next->string(), target.string());
-        MergeManifest(*manifest, std::move(*LoadExpanded(*next, tracer)));
+        MergeManifest(*manifest, std::move(*LoadExpanded(*next, tracer, filter)));
     }
     return manifest;
 }

@@ -39,16 +39,15 @@ std::string Verify::GetName() const {
 }
 
 void Verify::Process() {
-    const ManifestPtr manifest = LoadManifests(settings_.manifestPaths, tracer_);
+    const SystemInfo system(
+        std::set<std::string>(settings_.definitions.begin(), settings_.definitions.end()));
+    const FilterEvaluator filter(tracer_, system);
+    const ManifestPtr manifest = LoadManifests(settings_.manifestPaths, tracer_, filter);
     if (settings_.singleFilePath) {
         SelectSingleFile(*manifest, *settings_.singleFilePath, manifestName_, *tracer_);
     }
     tracer_->Trace(trace_level::Detail, Verifying(),
                    Describe(object_word::Manifest, manifestName_));
-
-    const SystemInfo system(
-        std::set<std::string>(settings_.definitions.begin(), settings_.definitions.end()));
-    const FilterEvaluator filter(tracer_, system);
     // Both walks run whatever the first one gives.
     const bool filesPassed = VerifyFiles(*manifest, filter);
     const bool registriesPassed = VerifyRegistries(*manifest, filter);

@@ -8,9 +8,14 @@
 
 namespace integrity_check_tool {
 
+class FilterEvaluator;
+
 // Gives every record of the manifest the environment and sets each of the
-// manifest's environment entries into it, in manifest order.
-void RegisterEnvironment(Manifest& manifest, const EnvironmentPtr& environment);
+// manifest's environment entries that apply on this system (every entry when
+// `filter` is null) into it, in manifest order, as written: a value is
+// expanded only where a path or value uses it.
+void RegisterEnvironment(Manifest& manifest, const EnvironmentPtr& environment,
+                         const FilterEvaluator* filter = nullptr);
 
 // Two records of one object must name the same set of check types (values are
 // not compared); otherwise Exception "Mismatch check types found for %1%".
@@ -26,8 +31,8 @@ void AddFile(FileTable& files, std::unique_ptr<FileInfo> file);
 // file's own) and leaves no directories.
 void FoldDirectories(Manifest& manifest);
 
-// Expands every file path, registry key path, registry value name and
-// environment value through the record's own environment. Where the system's
+// Expands every file path, registry key path and registry value name through
+// the record's own environment; environment entries stay as written. Where the system's
 // separator is '/', backslashes in file paths become '/'. Files that now name
 // the same path are merged.
 void ExpandManifest(Manifest& manifest);
