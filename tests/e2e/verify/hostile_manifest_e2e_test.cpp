@@ -78,7 +78,7 @@ TEST_F(HostileManifestEndToEnd, EachManifestFailsSayingWhereOrChecksWhatItSays) 
         {"ends inside a character",
          "<Manifest>aaaa\xC7",
          1,
-         {invalid + "1, column 15: not well-formed (invalid token)"}},
+         {invalid + "1, column 15: partial character"}},
         {"reference to zero",
          ExistsRecord("%ProductRoot%/a.dll&#0;.missing"),
          1,
@@ -92,7 +92,7 @@ TEST_F(HostileManifestEndToEnd, EachManifestFailsSayingWhereOrChecksWhatItSays) 
         {"bare ampersand",
          ExistsRecord("%ProductRoot%/a.dll&.missing"),
          1,
-         {invalid + "2, column 32: not well-formed (invalid token)"},
+         {invalid + "2, column 33: not well-formed (invalid token)"},
          "SUCCEEDED"},
         {"older path with blanks",
          "<IntegrityManifest><File><Path>%ProductRoot%/ b  c.txt </Path>"

@@ -139,7 +139,7 @@ TEST(GenerationConfigTest, HostileTextsFailWithTheParsersDescriptionAndRow) {
     }
     const std::pair<std::string, std::string> cases[] = {
         {"<ManifestGeneration>" + deep, "row 1: XML nesting deeper than 256 levels"},
-        {"<ManifestGeneration><File path='a\xC7", "row 1: not well-formed (invalid token)"},
+        {"<ManifestGeneration><File path='a\xC7", "row 1: partial character"},
         {"<ManifestGeneration>\n<File path='a&#0;'/></ManifestGeneration>",
          "row 2: reference to invalid character number"},
         {"<ManifestGeneration>\n<File path='a&b'/></ManifestGeneration>",
