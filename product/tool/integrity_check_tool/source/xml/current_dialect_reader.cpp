@@ -107,21 +107,20 @@ void ReadCurrentRoot(const TiXmlElement& root, Manifest& manifest, const ReadCon
     manifest.generationDateTime = GetAttribute(root, "generationDateTime");
 }
 
-// Records arrive in document order; each kind has its own list, so each
-// kind keeps its document order.
-void ReadCurrentRecord(const TiXmlElement& element, Manifest& manifest,
-                       const ReadContext& context) {
-    context.AtElement(element, [&] {
+PendingRecord ReadCurrentRecord(const TiXmlElement& element, const ReadContext& context) {
+    return context.AtElement(element, [&] {
+        PendingRecord record;
         const std::string name = element.Value();
         if (name == "Environment") {
-            manifest.environments.push_back(ReadEnvironment(element, context));
+            record.environment = ReadEnvironment(element, context);
         } else if (name == "File") {
-            AddFile(manifest.files, ReadFile(element, context));
+            record.file = ReadFile(element, context);
         } else if (name == "Files") {
-            manifest.directories.push_back(ReadDirectory(element, context));
+            record.directory = ReadDirectory(element, context);
         } else if (name == "Registry") {
-            manifest.registries.push_back(ReadRegistry(element, context));
+            record.registry = ReadRegistry(element, context);
         }
+        return record;
     });
 }
 

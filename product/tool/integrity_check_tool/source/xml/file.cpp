@@ -72,30 +72,26 @@ const char* Invalid() {
     return "Manifest file %1% is invalid: %2%";
 }
 
-// Zeros after the text: the document builder may step over a few bytes at
-// the end of a character before it looks for the end of the text.
-constexpr std::size_t kTerminatingZeros = 4;
+// The manifest's stream as the checker and the reader see it: read in
+// blocks from wherever they ask, never held whole.
+class StreamTextSource : public ITextSource {
+public:
+    explicit StreamTextSource(ruk::IIO& io) : io_(io) {}
 
-std::string ReadWholeStream(ruk::IIO& io) {
-    CheckStream(io.Seek(0, ruk::SeekOrigin::Begin, nullptr), CantReadStream());
-    std::string text;
-    std::uint64_t size = 0;
-    if (ruk::Succeeded(io.GetSize(&size))) {
-        CheckXmlTextSize(size);
-        text.reserve(static_cast<std::size_t>(size) + kTerminatingZeros);
+    void Seek(std::uint64_t offset) override {
+        CheckStream(io_.Seek(static_cast<std::int64_t>(offset), ruk::SeekOrigin::Begin, nullptr),
+                    CantReadStream());
     }
-    char buffer[64 * 1024];
-    for (;;) {
+
+    std::size_t Read(char* buffer, std::size_t size) override {
         std::size_t read = 0;
-        CheckStream(ruk::ReadFully(io, buffer, sizeof(buffer), &read), CantReadStream());
-        text.append(buffer, read);
-        // A stream that grows while it is read is bounded all the same.
-        CheckXmlTextSize(text.size());
-        if (read < sizeof(buffer)) {
-            return text;
-        }
+        CheckStream(ruk::ReadFully(io_, buffer, size, &read), CantReadStream());
+        return read;
     }
-}
+
+private:
+    ruk::IIO& io_;
+};
 
 // The line that says which manifest failed and where, shown before the
 // manifest's failure line.
@@ -127,11 +123,13 @@ void TraceManifest(const TracerPtr& tracer, const char* format, const boost::fil
 File::File(TracerPtr tracer) : tracer_(std::move(tracer)) {}
 
 ManifestPtr File::Read(ruk::IIO& io, const std::string& origin) const {
-    std::string text = ReadWholeStream(io);
-    const std::size_t size = text.size();
-    text.append(kTerminatingZeros, '\0');
+    std::uint64_t size = 0;
+    if (ruk::Succeeded(io.GetSize(&size))) {
+        CheckXmlTextSize(size);
+    }
+    StreamTextSource source(io);
     ReadContext context(tracer_.get(), origin);
-    return ReadManifest(text, size, context);
+    return ReadManifest(source, context);
 }
 
 ManifestPtr File::Load(const boost::filesystem::path& path, const FilterEvaluator* filter) const {

@@ -66,8 +66,12 @@ void ReadLegacyRoot(const TiXmlElement& root, Manifest& manifest, const ReadCont
     manifest.generationDateTime = GetAttribute(root, "generationDatetime");
 }
 
-void ReadLegacyRecord(const TiXmlElement& element, Manifest& manifest, const ReadContext& context) {
-    context.AtElement(element, [&] { AddFile(manifest.files, ReadLegacyFile(element, context)); });
+PendingRecord ReadLegacyRecord(const TiXmlElement& element, const ReadContext& context) {
+    return context.AtElement(element, [&] {
+        PendingRecord record;
+        record.file = ReadLegacyFile(element, context);
+        return record;
+    });
 }
 
 }  // namespace integrity_check_tool::xml

@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "manifest/manifest_operations.h"
+
 #include "common/exception.h"
 #include "common/message_format.h"
 #include "common/trace_level.h"
@@ -11,6 +13,9 @@
 namespace integrity_check_tool::xml {
 namespace {
 
+const char* ChangedWhileRead() {
+    return "XML text changed while it was read";
+}
 const char* UnknownAttribute() {
     return "Unknown attribute %1% of %2% at row %3% of manifest %4% is ignored";
 }
@@ -51,45 +56,60 @@ private:
     bool previous_;
 };
 
-// Builds one element of the checked text at a time, ended in place by a
-// zero that is taken away again: the text is never copied.
+// Zeros after a record: the document builder may step over a few bytes at
+// the end of a character before it looks for the end of the text.
+constexpr std::size_t kTerminatingZeros = 4;
+
+// Builds one element of the checked text at a time from its own bytes, read
+// again from the source: the whole text is never held. The bytes are checked
+// again before the builder sees them, for the source may have changed since.
 class RecordParser {
 public:
-    explicit RecordParser(std::string& text) : text_(text) {}
+    explicit RecordParser(ITextSource& source) : source_(source) {}
 
     // The element in [begin, end), whose '<' is on `row`.
     const TiXmlElement& Parse(std::size_t begin, std::size_t end, int row) {
-        const char saved = text_[end];
-        text_[end] = '\0';
-        document_.Clear();
-        document_.Parse(text_.data() + begin, nullptr, TIXML_ENCODING_UTF8);
-        text_[end] = saved;
-        return Element(row);
+        Load(begin, end);
+        return Build(row);
     }
 
-    // The root's start tag alone, as if it were an empty element.
+    // The root's start tag alone, as an empty element: "<Manifest a='1'>"
+    // is read as "<Manifest a='1'/>".
     const TiXmlElement& ParseStartTag(const RootSpan& root) {
-        if (root.tagEnd == root.end) {
-            return Parse(root.begin, root.end, root.row);
+        Load(root.begin, root.tagEnd);
+        if (root.tagEnd != root.end) {
+            bytes_.insert(bytes_.size() - 1, "/");
         }
-        // "<Manifest a='1'>" is read as "<Manifest a='1'/>": the '>' and the
-        // two bytes after it (the end tag follows, so they exist) are borrowed.
-        char* tail = &text_[root.tagEnd - 1];
-        const char saved[3] = {tail[0], tail[1], tail[2]};
-        tail[0] = '/';
-        tail[1] = '>';
-        tail[2] = '\0';
+        return Build(root.row);
+    }
+
+    // Lets go of the last element and what it was built from.
+    void Release() {
         document_.Clear();
-        document_.Parse(text_.data() + root.begin, nullptr, TIXML_ENCODING_UTF8);
-        std::memcpy(tail, saved, sizeof(saved));
-        return Element(root.row);
+        bytes_ = std::string();
     }
 
 private:
-    // The checked text leaves the builder little to reject (it still refuses
-    // some names XML allows); its own message and row stand then.
-    const TiXmlElement& Element(int row) {
+    void Load(std::size_t begin, std::size_t end) {
+        Release();
+        bytes_.resize(end - begin);
+        source_.Seek(begin);
+        if (source_.Read(&bytes_[0], bytes_.size()) != bytes_.size()) {
+            ICT_THROW(Exception(ChangedWhileRead()));
+        }
+    }
+
+    const TiXmlElement& Build(int row) {
+        try {
+            CheckXmlText(bytes_.data(), bytes_.size());
+        } catch (const Exception&) {
+            ICT_THROW(Exception(ChangedWhileRead()) << XmlRowInfo(row));
+        }
+        bytes_.append(kTerminatingZeros, '\0');
+        document_.Parse(bytes_.data(), nullptr, TIXML_ENCODING_UTF8);
         const TiXmlElement* element = document_.RootElement();
+        // The checked text leaves the builder little to reject (it still
+        // refuses some names XML allows); its own message and row stand then.
         if (document_.Error() || element == nullptr) {
             ICT_THROW(Exception(document_.ErrorDesc()) << XmlRowInfo(row + document_.ErrorRow() - 1)
                                                        << XmlColumnInfo(document_.ErrorCol()));
@@ -97,7 +117,8 @@ private:
         return *element;
     }
 
-    std::string& text_;
+    ITextSource& source_;
+    std::string bytes_;
     TiXmlDocument document_;
 };
 
@@ -135,9 +156,9 @@ void ReadContext::WarnUnknownLegacyAttributes(const TiXmlElement& element,
     }
 }
 
-ManifestPtr ReadManifest(std::string& text, std::size_t size, ReadContext& context) {
+ManifestPtr ReadManifest(ITextSource& source, ReadContext& context) {
     ManifestLayout layout;
-    CheckXmlText(text.data(), size, &layout);
+    CheckXmlText(source, &layout);
 
     const RootSpan* root = layout.CurrentRoot();
     const bool legacy = root == nullptr;
@@ -149,7 +170,7 @@ ManifestPtr ReadManifest(std::string& text, std::size_t size, ReadContext& conte
     }
 
     const KeepWhiteSpace keepWhiteSpace;
-    RecordParser parser(text);
+    RecordParser parser(source);
     auto manifest = std::make_unique<Manifest>();
     context.SetFirstRow(root->row);
     const TiXmlElement& rootElement = parser.ParseStartTag(*root);
@@ -158,16 +179,35 @@ ManifestPtr ReadManifest(std::string& text, std::size_t size, ReadContext& conte
     } else {
         ReadCurrentRoot(rootElement, *manifest, context);
     }
+    // Records arrive in document order; each kind has its own list, so each
+    // kind keeps its document order.
     for (const RecordSpan& record : root->records) {
         context.SetFirstRow(record.row);
         const TiXmlElement& element = parser.Parse(record.begin, record.end, record.row);
-        if (legacy) {
-            ReadLegacyRecord(element, *manifest, context);
-        } else {
-            ReadCurrentRecord(element, *manifest, context);
-        }
+        PendingRecord pending =
+            legacy ? ReadLegacyRecord(element, context) : ReadCurrentRecord(element, context);
+        // The builder's copy goes before the record joins the manifest.
+        parser.Release();
+        AddRecord(std::move(pending), *manifest, record.row);
     }
     return manifest;
+}
+
+void AddRecord(PendingRecord record, Manifest& manifest, int row) {
+    try {
+        if (record.environment) {
+            manifest.environments.push_back(std::move(*record.environment));
+        } else if (record.file) {
+            AddFile(manifest.files, std::move(record.file));
+        } else if (record.directory) {
+            manifest.directories.push_back(std::move(record.directory));
+        } else if (record.registry) {
+            manifest.registries.push_back(std::move(record.registry));
+        }
+    } catch (boost::exception& error) {
+        error << XmlRowInfo(row);
+        throw;
+    }
 }
 
 }  // namespace integrity_check_tool::xml

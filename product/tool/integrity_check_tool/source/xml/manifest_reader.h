@@ -2,15 +2,18 @@
 
 #include <cstddef>
 #include <initializer_list>
+#include <memory>
 #include <string>
 
 #include <tinyxml.h>
 #include <boost/archive/iterators/dataflow_exception.hpp>
 #include <boost/exception/get_error_info.hpp>
+#include <boost/optional.hpp>
 
 #include "manifest/manifest.h"
 #include "tracer.h"
 #include "xml/errors.h"
+#include "xml/text_check.h"
 
 namespace integrity_check_tool::xml {
 
@@ -59,20 +62,31 @@ private:
     int firstRow_ = 1;
 };
 
-// Reads the manifest held in the first `size` bytes of `text`; the buffer
-// must hold terminating zeros after them. The text is checked first
-// (CheckXmlText); then each record element is built as a document of its
-// own, in document order, so that memory follows the records rather than
-// the whole document. Bytes of the buffer are changed while a record is
-// parsed and put back before this returns.
+// One record read from its element, not yet part of a manifest: at most one
+// of these is set.
+struct PendingRecord {
+    boost::optional<EnvironmentInfo> environment;
+    std::unique_ptr<FileInfo> file;
+    std::unique_ptr<DirectoryInfo> directory;
+    std::unique_ptr<RegistryInfo> registry;
+};
+
+// Reads the manifest from `source`. The text is checked first
+// (CheckXmlText), without being held whole; then each record element is read
+// again and built as a document of its own, in document order, so that
+// memory follows the records rather than the text.
 // Exception "XML node Manifest is absent" when neither root is there.
-ManifestPtr ReadManifest(std::string& text, std::size_t size, ReadContext& context);
+ManifestPtr ReadManifest(ITextSource& source, ReadContext& context);
 
 // The two dialects: the attributes of the root, then one record element
 // ("Environment", "File", "Files", "Registry"; or the older "File").
 void ReadCurrentRoot(const TiXmlElement& root, Manifest& manifest, const ReadContext& context);
-void ReadCurrentRecord(const TiXmlElement& element, Manifest& manifest, const ReadContext& context);
+PendingRecord ReadCurrentRecord(const TiXmlElement& element, const ReadContext& context);
 void ReadLegacyRoot(const TiXmlElement& root, Manifest& manifest, const ReadContext& context);
-void ReadLegacyRecord(const TiXmlElement& element, Manifest& manifest, const ReadContext& context);
+PendingRecord ReadLegacyRecord(const TiXmlElement& element, const ReadContext& context);
+
+// Adds the record to the manifest (a file to a file of the same path, after
+// CheckMismatches); a failure carries `row`, the record's own.
+void AddRecord(PendingRecord record, Manifest& manifest, int row);
 
 }  // namespace integrity_check_tool::xml

@@ -4,6 +4,8 @@
 #include <exception>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <expat.h>
 
@@ -52,8 +54,8 @@ struct Origin {
 // One pass of expat over one segment.
 class Pass {
 public:
-    Pass(const char* text, std::size_t size, const Origin& origin, IElementObserver* observer)
-        : text_(text), size_(size), origin_(origin), observer_(observer) {
+    Pass(ITextSource& source, const Origin& origin, IElementObserver* observer)
+        : source_(source), origin_(origin), observer_(observer) {
         parser_.reset(XML_ParserCreate("UTF-8"));
         if (!parser_) {
             throw std::bad_alloc();
@@ -67,31 +69,42 @@ public:
     // True when the segment ended with a complete top-level element followed
     // by another one, which starts at `next`.
     bool Run(Origin& next) {
-        // Fed in growing blocks: a parser stopped early by a following
-        // element has copied little, and a huge token is scanned again only
+        // Read in growing blocks: a parser stopped early by a following
+        // element has read little, and a huge token is scanned again only
         // as often as the block doubles.
-        std::size_t position = origin_.offset;
-        for (std::size_t block = 64 * 1024;; block *= 2) {
-            const std::size_t length = std::min(block, size_ - position);
-            const bool last = position + length == size_;
-            if (XML_Parse(parser_.get(), text_ + position, static_cast<int>(length),
+        source_.Seek(origin_.offset);
+        std::uint64_t total = origin_.offset;
+        std::vector<char> block(64 * 1024);
+        for (bool first = true;; first = false) {
+            const std::size_t length = source_.Read(block.data(), block.size());
+            total += length;
+            CheckXmlTextSize(total);
+            // expat follows a UTF-16 byte order mark whatever it is told.
+            if (first && origin_.offset == 0 && length >= 2 &&
+                ((block[0] == '\xFE' && block[1] == '\xFF') ||
+                 (block[0] == '\xFF' && block[1] == '\xFE'))) {
+                Fail(NotUtf8());
+            }
+            const bool last = length < block.size();
+            if (XML_Parse(parser_.get(), block.data(), static_cast<int>(length),
                           last ? XML_TRUE : XML_FALSE) != XML_STATUS_OK) {
                 break;
             }
             if (last) {
                 return false;
             }
-            position += length;
+            // The old block goes before the new one is taken.
+            const auto next = static_cast<std::size_t>(
+                std::min<std::uint64_t>(block.size() * 2, kMaxTextSize + 1));
+            block = std::vector<char>();
+            block.resize(next);
         }
         if (failure_) {
             std::rethrow_exception(failure_);
         }
         const XML_Error code = XML_GetErrorCode(parser_.get());
-        const std::size_t at = Offset();
-        if (code == XML_ERROR_JUNK_AFTER_DOC_ELEMENT && at > origin_.offset && at + 1 < size_ &&
-            text_[at] == '<' && text_[at + 1] != '!' && text_[at + 1] != '?' &&
-            text_[at + 1] != '/') {
-            next = Origin{at, Row(), Column()};
+        if (code == XML_ERROR_JUNK_AFTER_DOC_ELEMENT && StartsElement()) {
+            next = Origin{Offset(), Row(), Column()};
             return true;
         }
         Fail(XML_ErrorString(code));
@@ -103,6 +116,25 @@ public:
 
 private:
     static Pass& Of(void* data) { return *static_cast<Pass*>(data); }
+
+    // The bytes of the current event, as far as expat holds them.
+    std::pair<const char*, std::size_t> Event() const {
+        int offset = 0;
+        int size = 0;
+        const char* context = XML_GetInputContext(parser_.get(), &offset, &size);
+        if (context == nullptr) {
+            return {nullptr, 0};
+        }
+        return {context + offset, static_cast<std::size_t>(size - offset)};
+    }
+
+    // Whether the text that came after the document element is another
+    // element (not text, a section or an end tag).
+    bool StartsElement() const {
+        const auto event = Event();
+        return event.second >= 2 && event.first[0] == '<' && event.first[1] != '!' &&
+               event.first[1] != '?' && event.first[1] != '/';
+    }
 
     std::size_t Offset() const {
         return origin_.offset + static_cast<std::size_t>(XML_GetCurrentByteIndex(parser_.get()));
@@ -184,16 +216,17 @@ private:
     static void XMLCALL Instruction(void* data, const XML_Char*, const XML_Char*) {
         Pass& pass = Of(data);
         pass.Guard([&] {
-            const char* begin = pass.text_ + pass.Offset();
-            const char* end = begin + XML_GetCurrentByteCount(pass.parser_.get());
-            if (std::count(begin, end, '>') != 1) {
+            const auto event = pass.Event();
+            const auto count =
+                static_cast<std::size_t>(XML_GetCurrentByteCount(pass.parser_.get()));
+            if (event.first == nullptr || event.second < count ||
+                std::count(event.first, event.first + count, '>') != 1) {
                 pass.Fail(InstructionRefused());
             }
         });
     }
 
-    const char* text_;
-    std::size_t size_;
+    ITextSource& source_;
     Origin origin_;
     IElementObserver* observer_;
     ParserPtr parser_;
@@ -209,16 +242,10 @@ void CheckXmlTextSize(std::uint64_t size) {
     }
 }
 
-void CheckXmlText(const char* text, std::size_t size, IElementObserver* observer) {
-    CheckXmlTextSize(size);
-    // expat follows a UTF-16 byte order mark whatever it is told.
-    if (size >= 2 &&
-        ((text[0] == '\xFE' && text[1] == '\xFF') || (text[0] == '\xFF' && text[1] == '\xFE'))) {
-        ICT_THROW(Exception(NotUtf8()) << XmlRowInfo(1) << XmlColumnInfo(1));
-    }
+void CheckXmlText(ITextSource& source, IElementObserver* observer) {
     Origin origin;
     for (std::size_t elements = 1;; ++elements) {
-        Pass pass(text, size, origin, observer);
+        Pass pass(source, origin, observer);
         if (!pass.Run(origin)) {
             return;
         }
@@ -227,6 +254,25 @@ void CheckXmlText(const char* text, std::size_t size, IElementObserver* observer
                       << XmlRowInfo(origin.row) << XmlColumnInfo(origin.column));
         }
     }
+}
+
+MemoryTextSource::MemoryTextSource(const char* text, std::size_t size) : text_(text), size_(size) {}
+
+void MemoryTextSource::Seek(std::uint64_t offset) {
+    position_ = static_cast<std::size_t>(std::min<std::uint64_t>(offset, size_));
+}
+
+std::size_t MemoryTextSource::Read(char* buffer, std::size_t size) {
+    const std::size_t length = std::min(size, size_ - position_);
+    std::copy(text_ + position_, text_ + position_ + length, buffer);
+    position_ += length;
+    return length;
+}
+
+void CheckXmlText(const char* text, std::size_t size, IElementObserver* observer) {
+    CheckXmlTextSize(size);
+    MemoryTextSource source(text, size);
+    CheckXmlText(source, observer);
 }
 
 }  // namespace integrity_check_tool::xml

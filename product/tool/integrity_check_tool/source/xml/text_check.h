@@ -36,6 +36,28 @@ public:
     virtual void OnEnd(std::size_t depth, std::size_t end) = 0;
 };
 
+// Where a text is read from, in blocks, from any offset.
+class ITextSource {
+public:
+    virtual ~ITextSource() = default;
+    // The next Read starts `offset` bytes from the start of the text.
+    virtual void Seek(std::uint64_t offset) = 0;
+    // Fills the buffer; fewer bytes only at the end of the text.
+    virtual std::size_t Read(char* buffer, std::size_t size) = 0;
+};
+
+class MemoryTextSource : public ITextSource {
+public:
+    MemoryTextSource(const char* text, std::size_t size);
+    void Seek(std::uint64_t offset) override;
+    std::size_t Read(char* buffer, std::size_t size) override;
+
+private:
+    const char* text_;
+    std::size_t size_;
+    std::size_t position_ = 0;
+};
+
 // Checks with expat that the text is well-formed XML in UTF-8 within the
 // bounds above. Several top-level elements one after another are accepted,
 // as manifests have always been read (up to kMaxTopElements). A document type declaration (entity
@@ -43,6 +65,8 @@ public:
 // document builder would read them differently. A rejected text throws
 // Exception with the parser's description, or the bound that was passed,
 // and XmlRowInfo / XmlColumnInfo.
+// The text is read in blocks and never held whole.
+void CheckXmlText(ITextSource& source, IElementObserver* observer = nullptr);
 void CheckXmlText(const char* text, std::size_t size, IElementObserver* observer = nullptr);
 
 // Exception "XML text larger than %1% bytes" when `size` passes the bound.
