@@ -22,8 +22,9 @@ public:
     // The tracer may be null.
     explicit File(TracerPtr tracer);
 
-    // Reads the whole stream, from its start, and builds the manifest from
-    // it. A text that is not well-formed, or passes the bounds of
+    // Reads the stream, from its start, and builds the manifest from it; the
+    // stream is read in blocks, and each record again on its own, so the
+    // text is never held whole. A text that is not well-formed, or passes the bounds of
     // CheckXmlText, is an Exception with the parser's description and
     // XmlRowInfo / XmlColumnInfo attached; a failure in a record carries the
     // row of its element. `origin` names the manifest in warnings.
