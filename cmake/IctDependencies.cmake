@@ -12,6 +12,9 @@ add_library(ict_tinyxml INTERFACE)
 target_include_directories(ict_tinyxml SYSTEM INTERFACE ${TINYXML_INCLUDE_DIR})
 target_link_libraries(ict_tinyxml INTERFACE ${TINYXML_LIBRARY})
 
+# Checks every XML text before TinyXML builds a document from it.
+find_package(EXPAT REQUIRED)
+
 add_library(ict_boost INTERFACE)
 target_link_libraries(ict_boost INTERFACE Boost::headers Boost::program_options
                       Boost::filesystem Boost::regex)
