@@ -1,7 +1,10 @@
 #!/usr/bin/env bash
 # The whole test lane: dependencies, the sanitizer build (`test` preset:
 # AddressSanitizer + UndefinedBehaviorSanitizer, warnings as errors), the
-# Windows compile check and every test. Exits non-zero when any step fails.
+# Windows compile check, every test, and then the Windows lane
+# (scripts/windows-test.sh: both MinGW builds, the suite under Wine).
+# ICT_SKIP_WINDOWS=1 leaves the Windows lane out. Exits non-zero when any step
+# fails.
 set -uo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -39,6 +42,11 @@ if cmake --preset fuzz -DICT_FUZZ_SECONDS="${ICT_FUZZ_SECONDS:-20}" >/dev/null &
     ctest --test-dir build/fuzz -R '^fuzz\.' --output-on-failure || failed+=("fuzzing")
 else
     failed+=("fuzz build")
+fi
+
+if [[ "${ICT_SKIP_WINDOWS:-0}" != 1 ]]; then
+    step "Windows lane"
+    bash scripts/windows-test.sh || failed+=("windows lane")
 fi
 
 if [[ ${#failed[@]} -ne 0 ]]; then
