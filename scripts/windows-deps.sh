@@ -358,6 +358,9 @@ for triplet in "${todo[@]}"; do
     log "$triplet done in $((SECONDS - started)) s"
 done
 
-rm -rf "$work"/build-*
+# The unpacked sources serve the other triplet; they go once both are built.
+if [[ -f "$prefix_root/i686-w64-mingw32/.complete" && -f "$prefix_root/x86_64-w64-mingw32/.complete" ]]; then
+    rm -rf "$work"
+fi
 link_current
 log "prefixes ready under $cache/current"
