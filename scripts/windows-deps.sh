@@ -44,10 +44,11 @@ if [[ $(id -u) -ne 0 ]]; then
 fi
 export DEBIAN_FRONTEND=noninteractive
 
-# Tools of the Windows lane. The -posix compilers: the default (win32) thread
+# Tools of the Windows lane (b2 is Debian's build of Boost's own build tool,
+# same version as the sources). The -posix compilers: the default (win32) thread
 # model of MinGW has no std::mutex.
 tools=(g++-mingw-w64-i686-posix g++-mingw-w64-x86-64-posix libz-mingw-w64-dev
-       googletest dpkg-dev perl make cmake ninja-build wine64 zip)
+       googletest dpkg-dev perl make cmake ninja-build wine64 zip libboost1.74-tools-dev)
 missing=()
 for package in "${tools[@]}"; do
     status=$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null || true)
@@ -185,8 +186,8 @@ build_openssl() {
             RC="$triplet-windres" perl "$src/Configure" "$target" no-shared no-module \
             no-tests no-ui-console no-capieng --prefix="$prefix" --libdir=lib \
             --openssldir="$prefix/ssl" >/dev/null
-        make -s build_generated >/dev/null
-        make -s -j"$jobs" libcrypto.a >/dev/null
+        make -s build_generated >/dev/null 2>"$build/make.log"
+        make -s -j"$jobs" libcrypto.a >/dev/null 2>>"$build/make.log"
     )
     mkdir -p "$prefix/include/openssl" "$prefix/lib"
     cp "$src"/include/openssl/*.h "$prefix/include/openssl/"
@@ -253,11 +254,6 @@ build_boost() {
     build="$work/build-$triplet/boost"
     rm -rf "$build"
     mkdir -p "$build"
-    if [[ ! -x "$work/b2/b2" ]]; then
-        (cd "$src/tools/build" && ./bootstrap.sh >/dev/null 2>&1) || die "building b2 failed"
-        mkdir -p "$work/b2"
-        cp "$src/tools/build/b2" "$work/b2/b2"
-    fi
     case "$triplet" in
     i686-*) model=32 ;;
     x86_64-*) model=64 ;;
@@ -267,7 +263,7 @@ using gcc : mingw : ${launcher[*]} $triplet-g++-posix : <archiver>$triplet-ar <r
 EOF
     (
         cd "$src"
-        "$work/b2/b2" -q -d0 -j"$jobs" --user-config="$build/user-config.jam" \
+        b2 -q -d0 -j"$jobs" --ignore-site-config --user-config="$build/user-config.jam" \
             --build-dir="$build" --prefix="$prefix" --layout=system \
             --with-program_options --with-filesystem --with-regex \
             toolset=gcc-mingw target-os=windows threadapi=win32 architecture=x86 \
@@ -333,27 +329,31 @@ build_googletest() {
     rm -rf "$build"
 }
 
+# step <triplet> <prefix> <library> <label>: builds one library once; an
+# interrupted run resumes at the first library without its stamp.
+step() {
+    local triplet=$1 prefix=$2 library=$3 label=$4 started=$SECONDS
+    [[ -f "$prefix/.done-$library" ]] && return
+    log "  $label"
+    "build_$library" "$triplet" "$prefix"
+    touch "$prefix/.done-$library"
+    log "  $label: $((SECONDS - started)) s"
+}
+
 for triplet in "${todo[@]}"; do
     prefix="$prefix_root/$triplet"
-    rm -rf "$prefix"
     mkdir -p "$prefix"
     started=$SECONDS
     log "building for $triplet into $prefix"
-    log "  OpenSSL ${version[openssl]}"
-    build_openssl "$triplet" "$prefix"
-    log "  GOST engine ${version[libengine-gost-openssl]}"
-    build_gost "$triplet" "$prefix"
-    log "  TinyXML ${version[tinyxml]}"
-    build_tinyxml "$triplet" "$prefix"
-    log "  expat ${version[expat]}"
-    build_expat "$triplet" "$prefix"
+    step "$triplet" "$prefix" openssl "OpenSSL ${version[openssl]}"
+    step "$triplet" "$prefix" gost "GOST engine ${version[libengine-gost-openssl]}"
+    step "$triplet" "$prefix" tinyxml "TinyXML ${version[tinyxml]}"
+    step "$triplet" "$prefix" expat "expat ${version[expat]}"
     # The unit tests are built for the test triplet only.
     if [[ "$triplet" == x86_64-w64-mingw32 ]]; then
-        log "  GoogleTest $gtest_version"
-        build_googletest "$triplet" "$prefix"
+        step "$triplet" "$prefix" googletest "GoogleTest $gtest_version"
     fi
-    log "  Boost ${version[boost1.74]}"
-    build_boost "$triplet" "$prefix"
+    step "$triplet" "$prefix" boost "Boost ${version[boost1.74]}"
     touch "$prefix/.complete"
     log "$triplet done in $((SECONDS - started)) s"
 done
