@@ -6,6 +6,14 @@
 #include <thread>
 
 #include <boost/filesystem/operations.hpp>
+#ifdef _WIN32
+// Boost.Process 1.74 uses DWORD unqualified and spells its NT function
+// pointers with an annotation of Microsoft's headers that MinGW-w64's lack.
+#include <windows.h>
+#ifndef __kernel_entry
+#define __kernel_entry
+#endif
+#endif
 #include <boost/process/args.hpp>
 #include <boost/process/child.hpp>
 #include <boost/process/env.hpp>
