@@ -261,6 +261,13 @@ build_boost() {
     cat >"$build/user-config.jam" <<EOF
 using gcc : mingw : ${launcher[*]} $triplet-g++-posix : <archiver>$triplet-ar <ranlib>$triplet-ranlib <rc>$triplet-windres ;
 EOF
+    # b2 would install the ~15000 headers with one process each; copied in
+    # one go first (times kept), they are up to date for it.
+    mkdir -p "$prefix/include/boost"
+    local dir
+    for dir in "$src"/libs/*/include/boost "$src"/libs/*/*/include/boost; do
+        [[ -d "$dir" ]] && cp -a -n "$dir/." "$prefix/include/boost/"
+    done
     (
         cd "$src"
         b2 -q -d0 -j"$jobs" --ignore-site-config --user-config="$build/user-config.jam" \
