@@ -266,7 +266,7 @@ EOF
     mkdir -p "$prefix/include/boost"
     local dir
     for dir in "$src"/libs/*/include/boost "$src"/libs/*/*/include/boost; do
-        [[ -d "$dir" ]] && cp -a -n "$dir/." "$prefix/include/boost/"
+        if [[ -d "$dir" ]]; then cp -a -n "$dir/." "$prefix/include/boost/"; fi
     done
     (
         cd "$src"
