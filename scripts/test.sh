@@ -13,8 +13,11 @@ cd "$root" || exit 1
 step() { printf '\n=== %s ===\n' "$*"; }
 
 # Compilations are cached across build trees and runs (ccache, when installed):
-# paths are hashed relative to the checkout so a fresh clone still hits.
-export CCACHE_BASEDIR="$root" CCACHE_NOHASHDIR=true
+# paths are hashed relative to the checkout so a fresh clone still hits (the
+# macro prefix map only makes __FILE__ relative, which the preprocessed text
+# already shows).
+export CCACHE_BASEDIR="$root" CCACHE_NOHASHDIR=true CCACHE_IGNOREOPTIONS='-fmacro-prefix-map=*'
+
 
 step "Dependencies"
 bash scripts/install-deps.sh || exit 1
