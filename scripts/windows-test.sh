@@ -11,7 +11,7 @@ set -uo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 cd "$root" || exit 1
-export CCACHE_BASEDIR="$root" CCACHE_NOHASHDIR=true
+export CCACHE_BASEDIR="$root" CCACHE_NOHASHDIR=true CCACHE_IGNOREOPTIONS='-fmacro-prefix-map=*'
 host_build=${ICT_HOST_BUILD_DIR:-$root/build/test}
 
 step() { printf '\n=== %s ===\n' "$*"; }
