@@ -218,7 +218,7 @@ TEST_F(RegistryUnderWine, EveryRootPrefixFormResolvesAndOthersAreUnknown) {
                  .string()});
         EXPECT_EQ(run.exitCode, 0) << run.Describe();
     }
-    for (const std::string path : {"hklm\\" + tail, std::string("HKLM")}) {
+    for (const std::string& path : {"hklm\\" + tail, std::string("HKLM")}) {
         SCOPED_TRACE(path);
         const auto run = wine_e2e::RunChecker(
             {WriteManifest(Registry(path, ValueRecord("Sz", "REG_SZ", Check("Exists")))).string()});
