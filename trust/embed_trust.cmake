@@ -2,6 +2,19 @@
 # the file is absent) and a lookup by file name.
 set(body "// Generated from ${TRUST_DIR}; do not edit.\n#include <cstddef>\n#include <cstdint>\n#include <cstring>\n\nnamespace integrity_check_tool::trust::data {\n\nstruct Entry { const char* name; const std::uint8_t* bytes; std::size_t size; };\n\n")
 string(REPLACE "|" ";" FILES "${FILES}")
+# A misspelt root name in the revocation policy would silently require
+# nothing: refuse it here, at build time.
+set(policy "${TRUST_DIR}/roots/crl-must-exist.txt")
+if(EXISTS "${policy}")
+    file(STRINGS "${policy}" policy_lines)
+    foreach(line IN LISTS policy_lines)
+        string(REGEX REPLACE "#.*" "" line "${line}")
+        string(STRIP "${line}" line)
+        if(NOT line STREQUAL "" AND NOT line MATCHES "^(3520p1|3020d1|4820d1|4823d1)$")
+            message(FATAL_ERROR "${policy}: unknown root name '${line}'")
+        endif()
+    endforeach()
+endif()
 set(index 0)
 set(entries "")
 foreach(file IN LISTS FILES)

@@ -2,6 +2,8 @@
 
 #include <iostream>
 
+#include <boost/filesystem/operations.hpp>
+
 #include "common/exception.h"
 #include "common/message_format.h"
 
@@ -13,6 +15,21 @@ const char* Signed() {
 }
 const char* Failed() {
     return "integrity_signer: %1%";
+}
+const char* CantFollowLink() {
+    return "Can't follow the symbolic link %1%: %2%";
+}
+
+boost::filesystem::path FileToWrite(const boost::filesystem::path& file) {
+    boost::system::error_code error;
+    if (!boost::filesystem::is_symlink(boost::filesystem::symlink_status(file, error))) {
+        return file;
+    }
+    const auto target = boost::filesystem::canonical(file, error);
+    if (error) {
+        ICT_THROW(Exception(MessageFormat(CantFollowLink(), file.string(), error.message())));
+    }
+    return target;
 }
 
 }  // namespace
@@ -60,11 +77,13 @@ boost::optional<int> ParseSubcommand(const std::vector<std::string>& arguments,
 }
 
 int SignEach(const std::vector<std::string>& files,
-             const std::function<void(const boost::filesystem::path&)>& sign) {
+             const std::function<void(const boost::filesystem::path& named,
+                                      const boost::filesystem::path& target)>& sign) {
     int exitCode = 0;
     for (const auto& file : files) {
         try {
-            sign(boost::filesystem::path(file));
+            const boost::filesystem::path named(file);
+            sign(named, FileToWrite(named));
             std::cout << MessageFormat(Signed(), file) << std::endl;
         } catch (...) {
             std::cerr << MessageFormat(Failed(), CurrentExceptionText()) << std::endl;

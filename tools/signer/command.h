@@ -46,8 +46,11 @@ boost::optional<int> ParseSubcommand(const std::vector<std::string>& arguments,
 
 // Signs each file in turn with `sign`, which throws on failure: prints
 // "Signed <file>" or the failure on standard error, goes on with the next
-// file, and returns 0 when all were signed, 1 otherwise.
+// file, and returns 0 when all were signed, 1 otherwise. `sign` gets the name
+// as given and the file to write: for a symbolic link, the file it leads to,
+// so that the target is signed and the link stays a link.
 int SignEach(const std::vector<std::string>& files,
-             const std::function<void(const boost::filesystem::path&)>& sign);
+             const std::function<void(const boost::filesystem::path& named,
+                                      const boost::filesystem::path& target)>& sign);
 
 }  // namespace integrity_check_tool::signer

@@ -45,7 +45,9 @@ int Run(const std::vector<std::string>& arguments) {
     const DsvmSigner signer(options["key"].as<std::string>());
     const bool replace = options.count("replace") != 0;
     return SignEach(options["file"].as<std::vector<std::string>>(),
-                    [&](const boost::filesystem::path& file) { signer.Sign(file, replace); });
+                    [&](const boost::filesystem::path&, const boost::filesystem::path& target) {
+                        signer.Sign(target, replace);
+                    });
 }
 
 }  // namespace

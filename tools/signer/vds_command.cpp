@@ -6,6 +6,7 @@
 #include <boost/program_options.hpp>
 
 #include "command.h"
+#include "common/signed_file_name.h"
 #include "vds/signing.h"
 
 namespace integrity_check_tool::signer {
@@ -58,13 +59,16 @@ int Run(const std::vector<std::string>& arguments) {
     const bool withFileName = options.count("with-filename") != 0;
     const bool replace = options.count("replace") != 0;
     return SignEach(
-        options["file"].as<std::vector<std::string>>(), [&](const boost::filesystem::path& file) {
+        options["file"].as<std::vector<std::string>>(),
+        [&](const boost::filesystem::path& file, const boost::filesystem::path& target) {
             ::vds::signing::SignOptions sign;
             sign.replace = replace;
             if (withFileName) {
-                sign.additionalContent = ::vds::signing::FileNameContent(file.filename().string());
+                // The checker's own rule on the name it is given (the link's), so
+                // that both bind the same name.
+                sign.additionalContent = SignedFileNameBytes(file);
             }
-            ::vds::signing::SignFile(file, material, sign);
+            ::vds::signing::SignFile(target, material, sign);
         });
 }
 

@@ -1,5 +1,6 @@
 #include "trust/trust_material.h"
 
+#include <sstream>
 #include <string>
 
 namespace integrity_check_tool::trust {
@@ -18,9 +19,14 @@ Blob Load(const std::string& name) {
     return Blob(bytes, bytes + size);
 }
 
+const char* const kRootNames[] = {"3520p1", "3020d1", "4820d1", "4823d1"};
+constexpr std::size_t kRootCount = sizeof(kRootNames) / sizeof(kRootNames[0]);
+
 }  // namespace
 
-const char* GetTrustSetName() { return ICT_TRUST_SET_NAME; }
+const char* GetTrustSetName() {
+    return ICT_TRUST_SET_NAME;
+}
 
 std::vector<Blob> GetDsvmKeyPair(bool release) {
     const std::string prefix = release ? "dsvm/release-" : "dsvm/test-";
@@ -28,11 +34,29 @@ std::vector<Blob> GetDsvmKeyPair(bool release) {
 }
 
 Blob GetRootCertificate(std::size_t index) {
-    static const char* const kNames[] = {"3520p1", "3020d1", "4820d1", "4823d1"};
-    if (index >= sizeof(kNames) / sizeof(kNames[0])) {
+    if (index >= kRootCount) {
         return {};
     }
-    return Load(std::string("roots/") + kNames[index] + ".der");
+    return Load(std::string("roots/") + kRootNames[index] + ".der");
+}
+
+bool RootRequiresRevocationList(std::size_t index) {
+    if (index >= kRootCount) {
+        return false;
+    }
+    const Blob text = Load("roots/crl-must-exist.txt");
+    std::istringstream lines(std::string(text.begin(), text.end()));
+    std::string line;
+    while (std::getline(lines, line)) {
+        line = line.substr(0, line.find('#'));
+        std::istringstream words(line);
+        std::string word;
+        // The build has already refused names that are not roots.
+        if (words >> word && word == kRootNames[index]) {
+            return true;
+        }
+    }
+    return false;
 }
 
 Blob GetPurposeOid() {

@@ -17,11 +17,24 @@ bool StartsWithMagic(const std::uint8_t* bytes, std::size_t size) {
            std::equal(kCompressedMagic.begin(), kCompressedMagic.end(), bytes);
 }
 
+// Ends a started deflate stream on every way out, a throwing allocation included.
+class DeflateEnd {
+public:
+    explicit DeflateEnd(z_stream* stream) : stream_(stream) {}
+    ~DeflateEnd() { deflateEnd(stream_); }
+    DeflateEnd(const DeflateEnd&) = delete;
+    DeflateEnd& operator=(const DeflateEnd&) = delete;
+
+private:
+    z_stream* stream_;
+};
+
 ruk::result_t Deflate(const std::vector<std::uint8_t>& content, std::vector<std::uint8_t>* out) {
     z_stream stream{};
     if (deflateInit(&stream, Z_BEST_COMPRESSION) != Z_OK) {
         return ruk::result::OutOfMemory;
     }
+    const DeflateEnd end(&stream);
     std::size_t consumed = 0;
     std::vector<std::uint8_t> chunk(kDeflateChunk);
     int code = Z_OK;
@@ -37,13 +50,11 @@ ruk::result_t Deflate(const std::vector<std::uint8_t>& content, std::vector<std:
             stream.avail_out = static_cast<uInt>(chunk.size());
             code = deflate(&stream, flush);
             if (code == Z_STREAM_ERROR) {
-                deflateEnd(&stream);
                 return ruk::result::Fail;
             }
             out->insert(out->end(), chunk.data(), chunk.data() + (chunk.size() - stream.avail_out));
         } while (stream.avail_out == 0);
     } while (code != Z_STREAM_END);
-    deflateEnd(&stream);
     return ruk::result::Success;
 }
 

@@ -1,5 +1,6 @@
 #include <openssl/evp.h>
 
+#include "common/signed_file_name.h"
 #include "core_fixture.h"
 #include "support/file_helpers.h"
 #include "vds/signing.h"
@@ -53,7 +54,7 @@ TEST_F(CoreCatalogTest, ListedObjectsAreTrustedThroughTheCatalog) {
     EXPECT_EQ(result.flags, vdsFlagUnsigned);
 
     // Catalogs hold digests only: a bound name cannot come from them.
-    const Bytes name = ::vds::signing::FileNameContent("listed.bin");
+    const Bytes name = integrity_check_tool::SignedFileNameBytes("listed.bin");
     EXPECT_EQ(Verify(object, &result, &name), vdsErrUntrusted);
 }
 

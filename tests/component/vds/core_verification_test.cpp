@@ -1,3 +1,4 @@
+#include "common/signed_file_name.h"
 #include "core_fixture.h"
 #include "support/file_helpers.h"
 #include "vds/signature_format.h"
@@ -162,7 +163,7 @@ TEST_F(CoreVerificationTest, ReadFailuresAreReportedNotGuessed) {
 TEST_F(CoreVerificationTest, FileNameBindingNeedsTheSameName) {
     ASSERT_EQ(CreateVerifier(), vdsOk);
     const Bytes bound = SignedContent("signer", 2000, true, "Setup.exe");
-    const Bytes sameName = ::vds::signing::FileNameContent("Setup.exe");
+    const Bytes sameName = integrity_check_tool::SignedFileNameBytes("Setup.exe");
     VdsVerificationResultData result{};
     MemoryObject object{bound};
     EXPECT_EQ(Verify(object, &result, &sameName), vdsOk);
@@ -173,7 +174,7 @@ TEST_F(CoreVerificationTest, FileNameBindingNeedsTheSameName) {
 
     for (const char* other : {"setup.exe", "Setup.ex", "Other.exe"}) {
         SCOPED_TRACE(other);
-        const Bytes name = ::vds::signing::FileNameContent(other);
+        const Bytes name = integrity_check_tool::SignedFileNameBytes(other);
         EXPECT_EQ(Verify(object, &result, &name), vdsErrUntrusted);
         EXPECT_EQ(result.flags & vdsFlagSignatureValueNotMatched, vdsFlagSignatureValueNotMatched);
     }

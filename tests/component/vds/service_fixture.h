@@ -70,8 +70,10 @@ protected:
 
     ruk::result_t Create(const Bytes& crl = {}, std::vector<ByteRange> roots = {},
                          std::vector<ByteRange> optional = {}) {
+        // By default every root needs its database when there is a list,
+        // and none does without one.
         if (roots.empty() && optional.empty()) {
-            roots = Roots();
+            (crl.empty() ? optional : roots) = Roots();
         }
         verifier_.reset();
         return crypto::vds::service::VdsCreateVerifierWithOptionalCrls(roots, optional, Range(crl),

@@ -5,6 +5,7 @@
 
 #include <boost/process/search_path.hpp>
 
+#include "common/signed_file_name.h"
 #include "service_fixture.h"
 #include "support/run_program.h"
 #include "vds/signing.h"
@@ -41,7 +42,7 @@ using ServiceVerifierTest = ServiceFixture;
 TEST_F(ServiceVerifierTest, TrustedAndUntrustedObjectsBothGiveTheirFlags) {
     ASSERT_EQ(Create(), ruk::result::Success);
     EXPECT_TRUE(
-        sink_->Has("VdsCreateVerifierWithOptionalCrls: BEGIN rootsCount=4, optCrlRootsCount=0, "
+        sink_->Has("VdsCreateVerifierWithOptionalCrls: BEGIN rootsCount=0, optCrlRootsCount=4, "
                    "crlContainerSize=0"))
         << sink_->All();
     EXPECT_TRUE(sink_->Has("VdsCreateVerifierWithOptionalCrls: END: 0"));
@@ -87,7 +88,7 @@ TEST_F(ServiceVerifierTest, CoreFailuresComeBackWithoutAResult) {
         "VerifyObject: VdsVerifyObjectByCallback_Ex failed. VdsResult=-16 (vdsErrCallbackRead)"))
         << sink_->All();
 
-    const Bytes name = ::vds::signing::FileNameContent("signed");
+    const Bytes name = integrity_check_tool::SignedFileNameBytes("signed");
     EXPECT_EQ(verifier_->VerifyObjectWithAdditionalContent(broken.get(), Range(name),
                                                            Range(purpose_), &result),
               ruk::result::IoError);
@@ -100,8 +101,8 @@ TEST_F(ServiceVerifierTest, FileNameBindingAndCloneAndCatalog) {
     ASSERT_EQ(Create(), ruk::result::Success);
     auto bound = SignedIo("signer", true, "Tool.dll");
     IVdsVerificationResultPtr result;
-    const Bytes right = ::vds::signing::FileNameContent("Tool.dll");
-    const Bytes wrong = ::vds::signing::FileNameContent("tool.dll");
+    const Bytes right = integrity_check_tool::SignedFileNameBytes("Tool.dll");
+    const Bytes wrong = integrity_check_tool::SignedFileNameBytes("tool.dll");
     EXPECT_EQ(verifier_->VerifyObjectWithAdditionalContent(bound.get(), Range(right),
                                                            Range(purpose_), &result),
               ruk::result::Success);
@@ -147,7 +148,7 @@ TEST_F(ServiceVerifierTest, NoRootsAreRefused) {
 
     Bytes broken = rootBytes_[0];
     broken.resize(100);
-    EXPECT_EQ(Create({}, {Range(broken)}), ruk::result::InvalidFormat);
+    EXPECT_EQ(Create({}, {}, {Range(broken)}), ruk::result::InvalidFormat);
     EXPECT_TRUE(
         sink_->Has("OnCertificateParsingFailed: Failed to parse certificate #0, size=100, Data="));
     EXPECT_TRUE(sink_->Has("VdsCreateVerifier_Ex() failed; VdsResult=-4 (vdsErrInvalidFormat)"));
@@ -178,6 +179,31 @@ TEST_F(ServiceVerifierTest, RevocationContainerCoversEveryTrustedRoot) {
     auto good = SignedIo("signer");
     EXPECT_EQ(Verify(good.get(), &result), ruk::result::Success);
     EXPECT_EQ(FlagsOf(result), vdsFlagSigned | vdsFlagTrusted | vdsFlagEmbedded);
+}
+
+TEST_F(ServiceVerifierTest, RevocationIsOnlySkippedForRootsThatAllowIt) {
+    // Trusted roots need their databases: no container, no verifier.
+    EXPECT_EQ(Create({}, Roots()), ruk::result::NotFound);
+    EXPECT_FALSE(verifier_);
+    EXPECT_TRUE(
+        sink_->Has("no revocation container, but 4 trusted root(s) require a "
+                   "revocation database"));
+    // Roots given as optional may go without: the check is skipped and the flag says so.
+    ASSERT_EQ(Create({}, {}, Roots()), ruk::result::Success);
+    IVdsVerificationResultPtr result;
+    auto good = SignedIo("signer");
+    EXPECT_EQ(Verify(good.get(), &result), ruk::result::Success);
+    EXPECT_EQ(FlagsOf(result) & vdsFlagRevocationCheckSkipped, vdsFlagRevocationCheckSkipped);
+    // A list without a single CRL revokes nothing for anyone: refused even
+    // when every root is optional.
+    EXPECT_EQ(Create(ict_test::vds::RevocationContainer({}), {}, Roots()), ruk::result::NotFound);
+    EXPECT_TRUE(sink_->Has("Setup: the revocation container holds no revocation database"));
+    // The service's flag text names what the checker's leaves out.
+    EXPECT_EQ(crypto::vds::service::VerificationFlagsText(vdsFlagUnsigned), "Unsigned");
+    EXPECT_EQ(crypto::vds::service::VerificationFlagsText(vdsFlagSigned | vdsFlagEmbedded |
+                                                          vdsFlagUntrustedRoot),
+              "Signed|Embedded|UntrustedRoot");
+    EXPECT_EQ(crypto::vds::service::VerificationFlagsText(0), "None");
 }
 
 TEST_F(ServiceVerifierTest, ContainerProblemsStopTheVerifier) {

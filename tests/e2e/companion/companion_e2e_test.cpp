@@ -3,6 +3,10 @@
 
 #include <openssl/evp.h>
 #include <openssl/sha.h>
+#ifndef _WIN32
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
 
 #include <boost/filesystem/operations.hpp>
 #include <boost/process/search_path.hpp>
@@ -15,6 +19,10 @@ namespace fs = boost::filesystem;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
+
+fs::path SignerPath() {
+    return ict_test::BinaryDir() / "tools" / "signer" / "integrity_signer";
+}
 
 fs::path ManifestToolPath() {
     return ict_test::BinaryDir() / "tools" / "manifest" / "integrity_manifest";
@@ -274,10 +282,173 @@ TEST_F(CompanionTest, GenerationFailuresWriteNothingAndSayWhy) {
     EXPECT_THAT(withMissing.out, HasSubstr("\tFiles: 1 / 0 / 3\n"));
     EXPECT_FALSE(fs::exists(Manifest()));
 
+    // The configuration is never overwritten, whichever way the output names it.
+    const fs::path config = WriteConfig(R"(<Directory path="%ProductRoot%\bin"/>)");
+    const std::string kept = ict_test::ReadText(config);
+    fs::create_symlink(config, dir_ / "config-link.xml");
+    for (const fs::path& output : {config, dir_ / "config-link.xml"}) {
+        const auto overwrite =
+            Tool({"generate", "--config", config.string(), "--output", output.string()});
+        EXPECT_EQ(overwrite.exitCode, 1) << overwrite.Describe();
+        EXPECT_THAT(overwrite.err, HasSubstr("it would overwrite the generation configuration"));
+        EXPECT_EQ(ict_test::ReadText(config), kept);
+    }
+
     const auto misuse = Tool({"generate", "--config", "c.xml"});
     EXPECT_EQ(misuse.exitCode, 1);
     EXPECT_THAT(misuse.err, HasSubstr("generate needs the option --output"));
     EXPECT_THAT(misuse.err, EndsWith("FAILED\n"));
+}
+
+// A tree with every kind of name a product may hold. Names the manifest
+// can carry are listed and found again by the checker; the others are
+// skipped with a warning that shows them escaped.
+TEST_F(CompanionTest, HostileNamesRoundTrip) {
+    const std::string longName = std::string(246, 'L') + ".dll";
+    for (const std::string& name :
+         {std::string("100%.txt"), std::string("new\nline.txt"), std::string("a&b<c>\"d'.txt"),
+          std::string("&#x41;.txt"), std::string("tab\there.txt"), longName,
+          std::string("%HOME%.txt"), std::string("end\xD6"), std::string("pct%dir/x%y.txt")}) {
+        WriteProduct(name, "content of " + name);
+    }
+    fs::create_symlink("bin/a.dll", Product() / "link.dll");
+    fs::create_symlink("loop", Product() / "loop");
+    // The manifest is written through a link to the product folder.
+    fs::create_directory_symlink(Product(), dir_ / "alias");
+    const fs::path output = dir_ / "alias" / "integrity_check.xml";
+    const auto config = WriteConfig(R"(<Directory path="%ProductRoot%"/>)");
+    const std::vector<std::string> arguments = {"generate", "--config", config.string(), "--output",
+                                                output.string()};
+    // The second run finds the first one's manifest in the tree.
+    for (int run = 0; run < 2; ++run) {
+        const auto generated = Tool(arguments);
+        ASSERT_EQ(generated.exitCode, 0) << generated.Describe();
+        EXPECT_THAT(generated.out, HasSubstr("\tFiles: 0 / 0 / 12\n"));
+        for (const char* warning : {"%HOME%.txt skipped: its name holds a % sign",
+                                    "pct%dir/x%y.txt skipped: its name holds a % sign",
+                                    "end\\xD6 skipped: its name is not valid UTF-8",
+                                    "loop skipped: a symbolic link loop"}) {
+            EXPECT_THAT(generated.err, HasSubstr(warning));
+        }
+    }
+    const std::string text = ict_test::ReadText(Manifest());
+    EXPECT_THAT(text, HasSubstr("&amp;#x41;.txt"));
+    EXPECT_THAT(text, HasSubstr("new&#x0A;line.txt"));
+    EXPECT_THAT(text, Not(HasSubstr("integrity_check.xml")));
+
+    const auto verified = Check({Manifest().string()});
+    ASSERT_EQ(verified.exitCode, 0) << verified.Describe();
+    EXPECT_THAT(verified.out, HasSubstr("\tFiles: 0 / 0 / 12\n"));
+
+    for (const std::string& changed : {std::string("new\nline.txt"), longName}) {
+        const std::string original = ict_test::ReadText(Product() / changed);
+        WriteProduct(changed, "changed");
+        const auto tampered = Check({Manifest().string()});
+        EXPECT_EQ(tampered.exitCode, 1) << tampered.Describe();
+        EXPECT_THAT(tampered.err, HasSubstr("file " + (Product() / changed).string() + " failed"));
+        EXPECT_THAT(tampered.out, HasSubstr("\tFiles: 1 / 0 / 11\n"));
+        WriteProduct(changed, original);
+    }
+}
+
+TEST_F(CompanionTest, NormalizeKeepsTheFileItsOwnerAndItsRights) {
+    const auto config = WriteConfig(R"(<Directory path="%ProductRoot%\bin"/>)");
+    // The longest name a file may have still leaves room for the temporary.
+    const fs::path longest = Product() / (std::string(250, 'm') + ".xml");
+    const auto generated =
+        Tool({"generate", "--config", config.string(), "--output", longest.string()});
+    ASSERT_EQ(generated.exitCode, 0) << generated.Describe();
+    const auto normalized = Tool({"normalize", longest.string()});
+    ASSERT_EQ(normalized.exitCode, 0) << normalized.Describe();
+    EXPECT_EQ(std::distance(fs::directory_iterator(Product()), fs::directory_iterator()), 4);
+
+#ifndef _WIN32
+    if (ict_test::CanReadEverything()) {
+        // Run by root over another user's manifest, normalize leaves it theirs.
+        ASSERT_EQ(::chown(longest.c_str(), 65534, 65534), 0);
+        ASSERT_EQ(::chmod(longest.c_str(), 0640), 0);
+        ASSERT_EQ(Tool({"normalize", longest.string()}).exitCode, 0);
+        struct stat info {};
+        ASSERT_EQ(::stat(longest.c_str(), &info), 0);
+        EXPECT_EQ(info.st_uid, 65534u);
+        EXPECT_EQ(info.st_gid, 65534u);
+        EXPECT_EQ(info.st_mode & 07777, 0640u);
+    }
+#endif
+
+    // Neither is a manifest: one never ends, the other is a folder.
+    for (const auto& [target, reason] :
+         {std::make_pair(std::string("/dev/zero"), std::string("it is not a regular file")),
+          std::make_pair(std::string("."), std::string("it is a directory, not a regular file"))}) {
+        const auto refused = Tool({"normalize", target});
+        EXPECT_EQ(refused.exitCode, 1) << refused.Describe();
+        EXPECT_THAT(refused.err, HasSubstr(". Reason: " + reason + "\n")) << target;
+        EXPECT_THAT(refused.err, EndsWith("FAILED\n"));
+    }
+}
+
+TEST_F(CompanionTest, UnreadableFolderIsNamedAndTheRestStillListed) {
+    // Root reads any folder: it runs the tool without the rights that allow it.
+    fs::path program = ManifestToolPath();
+    ict_test::RunOptions options;
+    options.arguments = {"generate", "--config",
+                         WriteConfig(R"(<Directory path="%ProductRoot%"/>)").string(), "--output",
+                         Manifest().string()};
+    if (ict_test::CanReadEverything()) {
+        program = boost::process::search_path("setpriv");
+        if (program.empty()) {
+            GTEST_SKIP() << "setpriv is needed to run without the right to override permissions";
+        }
+        options.arguments.insert(
+            options.arguments.begin(),
+            {"--inh-caps=-all", "--bounding-set=-all", ManifestToolPath().string()});
+    }
+    WriteProduct("bin/locked/hidden.dll", "hidden");
+    ict_test::SetPermissions(Product() / "bin" / "locked", fs::no_perms);
+    const auto run = ict_test::RunProgram(program, options);
+    ict_test::SetPermissions(Product() / "bin" / "locked", fs::owner_all);
+    EXPECT_EQ(run.exitCode, 1) << run.Describe();
+    EXPECT_THAT(run.err, HasSubstr("Generation of directory %ProductRoot%\\bin\\locked failed. "
+                                   "Reason: Can't enumerate " +
+                                   (Product() / "bin" / "locked").string() +
+                                   ". Reason: Permission denied\n"));
+    EXPECT_THAT(run.out, HasSubstr("\tFiles: 0 / 0 / 5\n"));
+    EXPECT_FALSE(fs::exists(Manifest()));
+}
+
+TEST_F(CompanionTest, SignerSignsWhatALinkLeadsToAndKeepsTheLink) {
+    const fs::path privateDir = ict_test::SourceDir() / "trust" / "development" / "private";
+    const fs::path vds = privateDir / "vds";
+    const std::vector<std::vector<std::string>> signers = {
+        {"vds", "--cert", (vds / "signer.pem").string(), "--key", (vds / "signer.key.pem").string(),
+         "--chain", (vds / "signing-ca.pem").string()},
+        {"dsvm", "--key", (privateDir / "dsvm" / "release-1.pem").string()},
+    };
+    for (auto arguments : signers) {
+        const std::string content = "content for " + arguments[0];
+        WriteProduct("bin/real.dll", content);
+        fs::remove(Product() / "bin" / "link.dll");
+        fs::create_symlink("real.dll", Product() / "bin" / "link.dll");
+        arguments.push_back((Product() / "bin" / "link.dll").string());
+        ict_test::RunOptions options;
+        options.arguments = arguments;
+        const auto run = ict_test::RunProgram(SignerPath(), options);
+        ASSERT_EQ(run.exitCode, 0) << run.Describe();
+        ASSERT_TRUE(fs::is_symlink(Product() / "bin" / "link.dll")) << arguments[0];
+        EXPECT_EQ(fs::read_symlink(Product() / "bin" / "link.dll"), "real.dll");
+        const std::string isSigned = ict_test::ReadText(Product() / "bin" / "real.dll");
+        EXPECT_EQ(isSigned.find(content), 0u) << arguments[0];
+        EXPECT_GT(isSigned.size(), content.size()) << arguments[0] << ": the target is unsigned";
+
+        const fs::path manifest = Product() / "signed.xml";
+        ict_test::WriteText(manifest,
+                            "<Manifest><File path=\"%ProductRoot%\\bin\\link.dll\"/>"
+                            "<File path=\"%ProductRoot%\\bin\\real.dll\"/></Manifest>");
+        const auto checked = Check({"--signature-only", "--signature-type",
+                                    arguments[0] == "vds" ? "vds" : "dsvm2", manifest.string()});
+        EXPECT_EQ(checked.exitCode, 0) << checked.Describe();
+        EXPECT_THAT(checked.out, HasSubstr("\tFiles: 0 / 0 / 2\n"));
+    }
 }
 
 }  // namespace

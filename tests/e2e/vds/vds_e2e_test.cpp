@@ -4,6 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "ruk/result.h"
+#include "storage/container_writer.h"
 #include "support/e2e.h"
 #include "support/vds/vds_material.h"
 
@@ -95,6 +97,11 @@ protected:
         return RunTool(ict_test::CheckerPath(), std::move(arguments));
     }
 
+    std::string Why(const std::string& name, const std::string& flags) const {
+        return "VDS signature of file " + (Bin() / name).string() + " failed the checks: " + flags +
+               "\n";
+    }
+
     std::string Failure(const std::string& name, const std::string& flags) const {
         const std::string path = (Bin() / name).string();
         return "file " + path + " failed. Reason: Can't verify VDS signature of file " + path +
@@ -114,13 +121,22 @@ TEST_F(VdsEndToEnd, SignedProductSucceedsAndTheTraceShowsTheService) {
     EXPECT_EQ(run.exitCode, 0) << run.Describe();
     EXPECT_THAT(run.out, HasSubstr("\tManifests: 0 / 0 / 1\n\tFiles: 0 / 0 / 3\n"));
     EXPECT_THAT(run.out, HasSubstr("SUCCEEDED\n"));
-    EXPECT_EQ(run.err, "");
+    // No revocation list: each file passes with a word that revocation was not checked,
+    // on the console and in the log.
+    std::string warnings;
+    for (const auto& name : good_) {
+        warnings += "Revocation of the signer of " + (Bin() / name).string() +
+                    " was not checked: no revocation list\n";
+    }
+    EXPECT_EQ(run.err, warnings);
     const std::string log = ict_test::ReadText(trace);
+    EXPECT_THAT(log, HasSubstr("Revocation of the signer of " + (Bin() / "c.sys").string() +
+                               " was not checked"));
     EXPECT_THAT(log, HasSubstr("Using certificate '4823d1' ..."));
     EXPECT_THAT(log, HasSubstr("VDS signature of file " + (Bin() / "c.sys").string() + " is OK"));
     EXPECT_THAT(log, HasSubstr("Signature position: 16"));  // "content of c.sys"
-    EXPECT_THAT(log, HasSubstr("VdsCreateVerifierWithOptionalCrls: BEGIN rootsCount=4, "
-                               "optCrlRootsCount=0, crlContainerSize=0"));
+    EXPECT_THAT(log, HasSubstr("VdsCreateVerifierWithOptionalCrls: BEGIN rootsCount=0, "
+                               "optCrlRootsCount=4, crlContainerSize=0"));
     EXPECT_THAT(log, HasSubstr("OnVerifierCreated: Created New Verifier"));
     EXPECT_THAT(log, HasSubstr("OnFinalResult: finalResult=0 (vdsOk), trusted"));
     EXPECT_THAT(log, HasSubstr("VerifyObject: verificationResult=0"));
@@ -157,8 +173,15 @@ TEST_F(VdsEndToEnd, EachBadFileFailsWithItsFlagsWhileTheOthersPass) {
     EXPECT_THAT(run.err, HasSubstr(Failure("truncated.dll", "")));
     EXPECT_THAT(run.err, HasSubstr(Failure("unsigned.dll", "")));
     EXPECT_THAT(run.err, HasSubstr(Failure("empty.dll", "")));
+    // Beside each literal line, the service's flag text says why.
+    for (const char* name : {"truncated.dll", "unsigned.dll", "empty.dll"}) {
+        EXPECT_THAT(run.err, HasSubstr(Why(name, "Unsigned"))) << name;
+    }
+    EXPECT_THAT(run.err, HasSubstr(Why("expired.dll", skipped + "Expired")));
     for (const auto& name : good_) {
-        EXPECT_THAT(run.err, Not(HasSubstr((Bin() / name).string()))) << name;
+        EXPECT_THAT(run.err, Not(HasSubstr("file " + (Bin() / name).string() + " failed"))) << name;
+        EXPECT_THAT(run.err, Not(HasSubstr("VDS signature of file " + (Bin() / name).string())))
+            << name;
     }
     EXPECT_THAT(run.out, HasSubstr("\tManifests: 1 / 0 / 0\n\tFiles: 7 / 0 / 3\n"));
     EXPECT_THAT(run.err, HasSubstr("FAILED\n"));
@@ -173,9 +196,12 @@ TEST_F(VdsEndToEnd, RevocationListFromFileAndStorageRefusesTheRevokedSigner) {
     names.push_back("revoked.dll");
     const fs::path manifest = WriteManifest(names);
 
-    // Without a CRL nothing says it is revoked.
+    // Without a CRL nothing says it is revoked, but the run says it did not look.
     auto run = Check({"--signature-only", "--signature-type", "vds", manifest.string()});
     EXPECT_EQ(run.exitCode, 0) << run.Describe();
+    EXPECT_THAT(run.err,
+                HasSubstr("Revocation of the signer of " + (Bin() / "revoked.dll").string() +
+                          " was not checked: no revocation list\n"));
 
     for (const std::string mode : {"file", "raw", "compressed"}) {
         SCOPED_TRACE(mode);
@@ -186,6 +212,7 @@ TEST_F(VdsEndToEnd, RevocationListFromFileAndStorageRefusesTheRevokedSigner) {
         EXPECT_EQ(run.exitCode, 1) << run.Describe();
         EXPECT_THAT(run.err, HasSubstr(Failure("revoked.dll", "Signed|Embedded|Revoked")));
         EXPECT_THAT(run.out, HasSubstr("\tFiles: 1 / 0 / 4\n"));
+        EXPECT_THAT(run.err, Not(HasSubstr("was not checked")));
         const std::string log = ict_test::ReadText(trace);
         EXPECT_THAT(log, HasSubstr("VdsRevocationCheckerFactoryImpl: 4 database(s) loaded"));
         EXPECT_THAT(log, HasSubstr("Validated revocation database with hierarchy="));
@@ -198,13 +225,14 @@ TEST_F(VdsEndToEnd, RevocationListFromFileAndStorageRefusesTheRevokedSigner) {
 
 TEST_F(VdsEndToEnd, UnusableRevocationListsFailTheRunCleanly) {
     const fs::path manifest = WriteManifest(good_);
-    // A database is missing: no verifier can be made, for any file.
+    // A database is missing: the run stops before any file.
     const fs::path partial = CrlContainer({"3520p1", "4823d1"}, "raw");
     auto run = Check({"--signature-only", "--signature-type", "vds", "--crl", partial.string(),
                       manifest.string()});
     EXPECT_EQ(run.exitCode, 1) << run.Describe();
-    EXPECT_THAT(run.err, HasSubstr("file " + (Bin() / "a.dll").string() +
-                                   " failed. Reason: Can't create VDS verifier\n"));
+    EXPECT_THAT(run.err, HasSubstr("Reason: Revocation list " + partial.string() +
+                                   " can't be used: Not found\n"));
+    EXPECT_THAT(run.out, HasSubstr("\tFiles: 0 / 0 / 0\n"));
 
     // A damaged compressed container stops the run before any file.
     const fs::path damaged = CrlContainer(kAllRoots, "compressed");
@@ -227,6 +255,91 @@ TEST_F(VdsEndToEnd, UnusableRevocationListsFailTheRunCleanly) {
     EXPECT_THAT(run.err, HasSubstr("Failed to open container vdscrl.rdb in storage"));
 }
 
+TEST_F(VdsEndToEnd, ARevocationListThatYieldsNothingStopsTheRun) {
+    std::vector<std::string> names = good_;
+    Add("revoked.dll", "signer-revoked", false, &names);
+    const fs::path manifest = WriteManifest(names);
+
+    const fs::path emptyFile = dir_ / "empty.crl";
+    ict_test::WriteText(emptyFile, "");
+    const fs::path rawStorage = dir_ / "raw-storage";
+    fs::create_directories(rawStorage);
+    ict_test::WriteText(rawStorage / "vdscrl.rdb", "");
+    // A zlib container of 0 bytes, and a container of a list without CRLs.
+    const fs::path zlibStorage = dir_ / "zlib-storage";
+    fs::create_directories(zlibStorage);
+    ASSERT_EQ(storage::WriteContainer(zlibStorage, "vdscrl.rdb", {},
+                                      storage::ContainerEncoding::Compressed),
+              ruk::result::Success);
+    const fs::path noCrls = dir_ / "no-crls.p7b";
+    const auto container = ict_test::vds::RevocationContainer({});
+    ict_test::WriteText(noCrls, std::string(container.begin(), container.end()));
+
+    struct Case {
+        fs::path crl;
+        std::string reason;
+    };
+    const std::vector<Case> cases = {
+        {emptyFile, " is empty"},
+        {rawStorage, " is empty"},
+        {zlibStorage, " is empty"},
+        {noCrls, " can't be used: Not found"},
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.crl.string());
+        const auto run = Check({"--signature-only", "--signature-type", "vds", "--crl",
+                                test.crl.string(), manifest.string()});
+        EXPECT_EQ(run.exitCode, 1) << run.Describe();
+        EXPECT_THAT(run.err,
+                    HasSubstr("Reason: Revocation list " + test.crl.string() + test.reason));
+        // No file was checked, so the revoked one cannot have passed.
+        EXPECT_THAT(run.out, HasSubstr("\tManifests: 1 / 0 / 0\n\tFiles: 0 / 0 / 0\n"));
+        EXPECT_THAT(run.err, HasSubstr("FAILED\n"));
+    }
+}
+
+TEST_F(VdsEndToEnd, SignerAndCheckerBindTheSameNameForADriveLetterPath) {
+    // "C:a.dll" is a legal name on POSIX; both programs bind "a.dll" for it.
+    ict_test::WriteText(Bin() / "C:a.dll", "content of C:a.dll");
+    ict_test::RunOptions sign;
+    sign.workingDirectory = Bin();
+    sign.arguments = {"vds",
+                      "--cert",
+                      Material("signer.pem").string(),
+                      "--key",
+                      Material("signer.key.pem").string(),
+                      "--chain",
+                      Material("signing-ca.pem").string(),
+                      "--with-filename",
+                      "C:a.dll"};
+    auto run =
+        ict_test::RunProgram(ict_test::BinaryDir() / "tools" / "signer" / "integrity_signer", sign);
+    ASSERT_EQ(run.exitCode, 0) << run.Describe();
+
+    const fs::path manifest = dir_ / "drive.xml";
+    ict_test::WriteText(manifest,
+                        "<Manifest productName=\"Demo\" productVersion=\"1.0\">\n"
+                        "  <File path=\"C:a.dll\"><Check type=\"Exists\"/></File>\n"
+                        "</Manifest>\n");
+    ict_test::RunOptions check;
+    check.workingDirectory = Bin();
+    check.arguments = {"--signature-only", "--signature-type", "vds-with-filename",
+                       manifest.string()};
+    run = ict_test::RunProgram(ict_test::CheckerPath(), check);
+    EXPECT_EQ(run.exitCode, 0) << run.Describe();
+    EXPECT_THAT(run.out, HasSubstr("\tFiles: 0 / 0 / 1\n"));
+
+    // A name that is not UTF-8 cannot be bound: the signer says so and leaves the file.
+    const std::string bad = "bad\xFF.dll";
+    ict_test::WriteText(Bin() / bad, "content");
+    sign.arguments.back() = bad;
+    run =
+        ict_test::RunProgram(ict_test::BinaryDir() / "tools" / "signer" / "integrity_signer", sign);
+    EXPECT_EQ(run.exitCode, 1) << run.Describe();
+    EXPECT_THAT(run.err, HasSubstr("File name " + bad + " is not valid UTF-8"));
+    EXPECT_EQ(ict_test::ReadText(Bin() / bad), "content");
+}
+
 TEST_F(VdsEndToEnd, FileNameBindingFollowsTheName) {
     std::vector<std::string> bound;
     Add("Setup.exe", "signer", true, &bound);
@@ -240,7 +353,7 @@ TEST_F(VdsEndToEnd, FileNameBindingFollowsTheName) {
     EXPECT_THAT(run.err, HasSubstr(Failure("Renamed.dll", mismatch)));
     // a.dll was signed without a name: it cannot vouch for one.
     EXPECT_THAT(run.err, HasSubstr(Failure("a.dll", mismatch)));
-    EXPECT_THAT(run.err, Not(HasSubstr((Bin() / "Setup.exe").string())));
+    EXPECT_THAT(run.err, Not(HasSubstr("file " + (Bin() / "Setup.exe").string() + " failed")));
     EXPECT_THAT(run.out, HasSubstr("\tFiles: 2 / 0 / 2\n"));
 
     // The same files without binding all pass.

@@ -1,4 +1,5 @@
 #include "support/vds/vds_material.h"
+#include "common/signed_file_name.h"
 
 #include <cstdlib>
 #include <fstream>
@@ -65,7 +66,7 @@ boost::optional<fs::path> ChainOf(const std::string& name, bool withRoot) {
 void Sign(const fs::path& file, const std::string& signer, bool bindFileName) {
     ::vds::signing::SignOptions options;
     if (bindFileName) {
-        options.additionalContent = ::vds::signing::FileNameContent(file.filename().string());
+        options.additionalContent = integrity_check_tool::SignedFileNameBytes(file);
     }
     ::vds::signing::SignFile(file, Signer(signer), options);
 }

@@ -8,6 +8,11 @@
 #include "support/e2e.h"
 #include "utils/atomic_file.h"
 
+#ifndef _WIN32
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
 namespace integrity_check_tool {
 namespace {
 
@@ -72,6 +77,93 @@ TEST(AtomicFileTest, TargetThatCannotBeReplacedStaysAsItWas) {
     } catch (const Exception& error) {
         EXPECT_THAT(error.GetMessage(),
                     HasSubstr("Can't write file " + (dir / "none" / "m.xml").string()));
+    }
+}
+
+TEST(AtomicFileTest, LongestNameGetsAShortTemporaryBesideIt) {
+    ict_test::TempDir dir;
+    const fs::path target = dir / std::string(250, 'n');
+    for (const char* content : {"first", "second"}) {
+        WriteFileAtomically(target, [&](ruk::IIO& io) {
+            // While it is written, the temporary lies in the target's folder.
+            for (const auto& entry : fs::directory_iterator(dir.Path())) {
+                if (entry.path() != target) {
+                    EXPECT_LE(entry.path().filename().string().size(), 32u);
+                }
+            }
+            EXPECT_EQ(CountEntries(dir.Path()), fs::exists(target) ? 2u : 1u);
+            WriteString(io, content);
+        });
+        EXPECT_EQ(ict_test::ReadText(target), content);
+    }
+    EXPECT_EQ(CountEntries(dir.Path()), 1u);
+}
+
+#ifndef _WIN32
+TEST(AtomicFileTest, OwnerGroupAndModeOfTheReplacedFileStay) {
+    if (!ict_test::CanReadEverything()) {
+        GTEST_SKIP() << "only root can give a file to another user";
+    }
+    ict_test::TempDir dir;
+    const fs::path target = dir / "m.xml";
+    ict_test::WriteText(target, "old");
+    ASSERT_EQ(::chown(target.c_str(), 65534, 65534), 0);
+    ASSERT_EQ(::chmod(target.c_str(), 0640), 0);
+    WriteFileAtomically(target, [](ruk::IIO& io) { WriteString(io, "new"); });
+    struct stat info {};
+    ASSERT_EQ(::stat(target.c_str(), &info), 0);
+    EXPECT_EQ(info.st_uid, 65534u);
+    EXPECT_EQ(info.st_gid, 65534u);
+    EXPECT_EQ(info.st_mode & 07777, 0640u);
+    EXPECT_EQ(ict_test::ReadText(target), "new");
+}
+#endif
+
+TEST(AtomicFileTest, TargetChangedOrReplacedMeanwhileIsLeftToItsNewOwner) {
+    struct Case {
+        const char* what;
+        std::function<void(const fs::path&)> interfere;
+        const char* left;  // what the target holds afterwards
+    };
+    const std::vector<Case> cases = {
+        {"nobody", [](const fs::path&) {}, "mine"},
+        {"written in place", [](const fs::path& target) { ict_test::WriteText(target, "theirs"); },
+         "theirs"},
+        {"replaced",
+         [](const fs::path& target) {
+             ict_test::WriteText(target.parent_path() / "other", "other");
+             fs::rename(target.parent_path() / "other", target);
+         },
+         "other"},
+        {"removed", [](const fs::path& target) { fs::remove(target); }, nullptr},
+    };
+    for (const auto& test : cases) {
+        ict_test::TempDir dir;
+        const fs::path target = dir / "m.xml";
+        ict_test::WriteText(target, "original");
+        boost::optional<platform::FileStamp> stamp;
+        ASSERT_EQ(platform::GetFileStamp(target, &stamp), ruk::result::Success);
+        ASSERT_TRUE(stamp);
+        const bool quiet = std::string(test.what) == "nobody";
+        try {
+            WriteFileAtomically(
+                target,
+                [&](ruk::IIO& io) {
+                    test.interfere(target);
+                    WriteString(io, "mine");
+                },
+                &*stamp);
+            EXPECT_TRUE(quiet) << test.what << ": replaced anyway";
+        } catch (const Exception& error) {
+            EXPECT_FALSE(quiet) << test.what << ": " << error.GetMessage();
+            EXPECT_THAT(error.GetMessage(), HasSubstr("changed or replaced by someone else"));
+        }
+        if (test.left == nullptr) {
+            EXPECT_FALSE(fs::exists(target)) << test.what;
+        } else {
+            EXPECT_EQ(ict_test::ReadText(target), test.left) << test.what;
+        }
+        EXPECT_EQ(CountEntries(dir.Path()), test.left == nullptr ? 0u : 1u) << test.what;
     }
 }
 

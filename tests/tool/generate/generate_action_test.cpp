@@ -5,6 +5,7 @@
 
 #include "action/generate.h"
 #include "check/hex.h"
+#include "tool/generate/file_rights.h"
 #include "tool/generate/generate_fixture.h"
 #include "xml/file.h"
 
@@ -152,6 +153,67 @@ TEST_F(GenerateActionTest, AnyFailedObjectLeavesTheOldManifestUntouched) {
     EXPECT_THAT(out_.str(), HasSubstr("\tManifests: 1 / 0 / 0\n"));
     EXPECT_THAT(out_.str(), HasSubstr("\tFiles: 3 / 0 / 1\n"));
     EXPECT_THAT(out_.str(), HasSubstr("\tDirectories: 1 / 0 / 1\n"));
+}
+
+TEST_F(GenerateActionTest, OutputThatIsTheConfigurationIsRefused) {
+    const std::string config = R"(<ManifestGeneration productRoot=".">
+  <File path="%ProductRoot%\generation.xml"><Check type="Exists"/></File>
+</ManifestGeneration>)";
+    const fs::path configPath = dir_ / "config" / "generation.xml";
+    fs::create_directories(dir_ / "elsewhere");
+    fs::create_symlink(configPath, dir_ / "elsewhere" / "link.xml");
+    for (const fs::path& output :
+         {configPath, dir_ / "elsewhere" / ".." / "config" / "generation.xml",
+          dir_ / "elsewhere" / "link.xml"}) {
+        EXPECT_FALSE(Run(Settings(config, output))) << output;
+        EXPECT_EQ(ict_test::ReadText(configPath), config) << output;
+        EXPECT_THAT(err_.str(),
+                    HasSubstr("Generation of manifest " + output.string() +
+                              " failed. Reason: it would overwrite the generation configuration " +
+                              configPath.string() + "\n"));
+    }
+}
+
+TEST_F(GenerateActionTest, EveryUnreadableFolderIsNamedAndNothingIsWritten) {
+    for (const char* file : {"a/1.dll", "a/locked/2.dll", "b/3.dll", "b/shut/4.dll", "c/5.dll"}) {
+        ict_test::WriteText(dir_ / "product" / file, "abc");
+    }
+    const auto settings = Settings(R"(<ManifestGeneration productRoot="../product">
+  <Directory path="%ProductRoot%"/>
+</ManifestGeneration>)",
+                                   dir_ / "m.xml");
+    ict_test::SetPermissions(dir_ / "product" / "a" / "locked", fs::no_perms);
+    ict_test::SetPermissions(dir_ / "product" / "b" / "shut", fs::no_perms);
+    bool succeeded = true;
+    bool binding = false;
+    {
+        ict_test::ObeyFilePermissions obey;
+        binding = obey.Binding();
+        if (binding) {
+            succeeded = Run(settings);
+        }
+    }
+    ict_test::SetPermissions(dir_ / "product" / "a" / "locked", fs::owner_all);
+    ict_test::SetPermissions(dir_ / "product" / "b" / "shut", fs::owner_all);
+    if (!binding) {
+        GTEST_SKIP() << "file permissions do not bind this process";
+    }
+    EXPECT_FALSE(succeeded);
+    EXPECT_FALSE(fs::exists(dir_ / "m.xml"));
+    const std::string product = (dir_ / "product").string();
+    const std::string err = err_.str();
+    for (const char* folder : {"a/locked", "b/shut"}) {
+        std::string name = std::string("%ProductRoot%\\") + folder;
+        name.replace(name.find('/'), 1, "\\");
+        EXPECT_THAT(err, HasSubstr("Generation of directory " + name +
+                                   " failed. Reason: " + "Can't enumerate " + product + "/" +
+                                   folder + ". Reason: Permission denied\n"));
+    }
+    EXPECT_THAT(err, HasSubstr("Generation of directory %ProductRoot% failed. Reason: "
+                               "2 of its folders could not be listed\n"));
+    // The files around them were all read.
+    EXPECT_THAT(out_.str(), HasSubstr("\tFiles: 0 / 0 / 3\n"));
+    EXPECT_THAT(out_.str(), HasSubstr("\tDirectories: 1 / 0 / 0\n"));
 }
 
 }  // namespace

@@ -73,5 +73,30 @@ TEST_F(NormalizeTest, BadInputLeavesTheFileByteForByte) {
     EXPECT_FALSE(fs::exists(dir_ / "none.xml"));
 }
 
+TEST_F(NormalizeTest, OnlyARegularFileIsReadAndTheReasonIsGiven) {
+    ict_test::WriteText(dir_ / "m.xml", "<Manifest/>");
+    struct Case {
+        fs::path path;
+        const char* reason;
+    };
+    std::vector<Case> cases = {
+        {dir_.Path(), "it is a directory, not a regular file"},
+    };
+#ifndef _WIN32
+    cases.push_back({dir_ / "none.xml", "No such file or directory"});
+    // Neither may be read: one never ends, the other waits for a writer.
+    ict_test::MakeFifo(dir_ / "pipe.xml");
+    cases.push_back({"/dev/zero", "it is not a regular file"});
+    cases.push_back({dir_ / "pipe.xml", "it is not a regular file"});
+#endif
+    for (const auto& test : cases) {
+        EXPECT_FALSE(Run(test.path)) << test.path;
+        EXPECT_THAT(Messages(), Contains("Normalization of manifest " + test.path.string() +
+                                         " failed. Reason: Can't open manifest file " +
+                                         test.path.string() + ". Reason: " + test.reason));
+    }
+    EXPECT_EQ(ict_test::ReadText(dir_ / "m.xml"), "<Manifest/>");
+}
+
 }  // namespace
 }  // namespace integrity_check_tool::action

@@ -7,6 +7,7 @@
 #include "generate/progress_counter.h"
 #include "generate/tree_enumerator.h"
 #include "support/e2e.h"
+#include "tool/generate/file_rights.h"
 
 namespace integrity_check_tool::generate {
 namespace {
@@ -34,20 +35,25 @@ protected:
         }
     }
 
-    std::vector<std::string> List(const TreeEnumerator& enumerator) {
+    std::vector<std::string> List(const TreeEnumerator& enumerator, const fs::path& root = {}) {
         std::vector<std::string> paths;
-        for (const auto& file :
-             enumerator.Enumerate(dir_.Path(), [this](const auto&path, const auto&reason) {
-                 skipped_.emplace_back(path, reason);
-             })) {
-            EXPECT_EQ(file.fullPath, dir_.Path() / file.relativePath);
+        const fs::path start = root.empty() ? dir_.Path() : root;
+        const Enumeration listing = enumerator.Enumerate(
+            start,
+            [this](const auto& path, const auto& reason) { skipped_.emplace_back(path, reason); });
+        for (const auto& file : listing.files) {
+            EXPECT_EQ(file.fullPath, start / file.relativePath);
             paths.push_back(file.relativePath);
+        }
+        for (const auto& failure : listing.failures) {
+            failures_.emplace_back(failure.relativePath, failure.reason);
         }
         return paths;
     }
 
     ict_test::TempDir dir_;
     std::vector<std::pair<std::string, std::string>> skipped_;
+    std::vector<std::pair<std::string, std::string>> failures_;
 };
 
 TEST_F(TreeEnumeratorTest, EverythingInPathOrderWithoutPatterns) {
@@ -79,12 +85,79 @@ TEST_F(TreeEnumeratorTest, IgnoredFileAndSpecialEntriesAreLeftOut) {
                               Pair("bin/dangling.dll", "a symbolic link to nothing")));
 }
 
-TEST_F(TreeEnumeratorTest, NameWithBackslashCannotBeWritten) {
+TEST_F(TreeEnumeratorTest, NamesNoManifestCanHoldAreSkippedAndNamedEscaped) {
     ict_test::WriteText(dir_ / "odd\\name.dll", "x");
+    ict_test::WriteText(dir_ / "end\xD6.dll", "x");
+    ict_test::WriteText(dir_ / "bell\x07.dll", "x");
+    ict_test::WriteText(dir_ / "bad\xFF" / "inner.dll", "x");
+    ict_test::WriteText(dir_ / "new\nline &<>\"'.dll", "x");
     EXPECT_THAT(List(TreeEnumerator(Patterns({"*.dll"}), Patterns({"bin", "logs"}))),
-                ElementsAre());
-    ASSERT_EQ(skipped_.size(), 1u);
-    EXPECT_EQ(skipped_[0].first, "odd\\name.dll");
+                ElementsAre("new\nline &<>\"'.dll"));
+    // A folder with such a name is reported once, not entered.
+    EXPECT_THAT(skipped_,
+                UnorderedElementsAre(Pair("odd\\\\name.dll", HasSubstr("backslash")),
+                                     Pair("end\\xD6.dll", HasSubstr("not valid UTF-8")),
+                                     Pair("bell\\x07.dll", HasSubstr("control character")),
+                                     Pair("bad\\xFF", HasSubstr("not valid UTF-8"))));
+}
+
+TEST_F(TreeEnumeratorTest, LinkLoopIsCalledALoop) {
+    fs::create_symlink(dir_ / "loop-b", dir_ / "loop-a");
+    fs::create_symlink(dir_ / "loop-a", dir_ / "loop-b");
+    fs::create_symlink("self", dir_ / "self");
+    EXPECT_THAT(List(TreeEnumerator(Patterns({"loop-*", "self"}), {})), ElementsAre());
+    EXPECT_THAT(skipped_, UnorderedElementsAre(Pair("loop-a", "a symbolic link loop"),
+                                               Pair("loop-b", "a symbolic link loop"),
+                                               Pair("self", "a symbolic link loop")));
+}
+
+TEST_F(TreeEnumeratorTest, IgnoredFileIsFoundThroughLinksToItAndToItsFolder) {
+    const fs::path linkedRoot =
+        dir_.Path().parent_path() / (dir_.Path().filename().string() + "-link");
+    fs::create_directory_symlink(dir_.Path(), linkedRoot);
+    struct Case {
+        const char* what;
+        fs::path ignored;
+        fs::path root;
+    };
+    // The manifest is readme.txt; it is reached by another way each time.
+    const std::vector<Case> cases = {
+        {"root through a link", dir_ / "readme.txt", linkedRoot},
+        {"manifest through a link", linkedRoot / "readme.txt", dir_.Path()},
+        {"manifest by its own link", dir_ / "bin" / "link.txt", dir_.Path()},
+    };
+    fs::create_symlink(dir_ / "readme.txt", dir_ / "bin" / "link.txt");
+    for (const auto& test : cases) {
+        TreeEnumerator enumerator({}, Patterns({"logs"}));
+        enumerator.Ignore(test.ignored);
+        EXPECT_THAT(List(enumerator, test.root),
+                    ElementsAre("app.exe", "bin/a.dll", "bin/a.pdb", "bin/x64/b.dll"))
+            << test.what;
+    }
+    fs::remove(linkedRoot);
+}
+
+TEST_F(TreeEnumeratorTest, UnreadableFoldersAreNamedAndTheRestIsListed) {
+    ict_test::WriteText(dir_ / "bin" / "locked" / "hidden.dll", "x");
+    ict_test::WriteText(dir_ / "logs" / "shut" / "deep.log", "x");
+    ict_test::SetPermissions(dir_ / "bin" / "locked", fs::no_perms);
+    ict_test::SetPermissions(dir_ / "logs" / "shut", fs::no_perms);
+    std::vector<std::string> listed;
+    {
+        ict_test::ObeyFilePermissions obey;
+        if (!obey.Binding()) {
+            ict_test::SetPermissions(dir_ / "bin" / "locked", fs::owner_all);
+            ict_test::SetPermissions(dir_ / "logs" / "shut", fs::owner_all);
+            GTEST_SKIP() << "file permissions do not bind this process";
+        }
+        listed = List(TreeEnumerator({}, {}));
+    }
+    ict_test::SetPermissions(dir_ / "bin" / "locked", fs::owner_all);
+    ict_test::SetPermissions(dir_ / "logs" / "shut", fs::owner_all);
+    EXPECT_THAT(listed, ElementsAre("app.exe", "bin/a.dll", "bin/a.pdb", "bin/x64/b.dll",
+                                    "logs/old/a.dll", "logs/today.log", "readme.txt"));
+    EXPECT_THAT(failures_, ElementsAre(Pair("bin/locked", HasSubstr("ermission denied")),
+                                       Pair("logs/shut", HasSubstr("ermission denied"))));
 }
 
 TEST_F(TreeEnumeratorTest, MissingRootOrFileRootFails) {

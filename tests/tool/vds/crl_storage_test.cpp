@@ -70,9 +70,11 @@ protected:
     }
 
     std::unique_ptr<VdsSignatureVerifier> Make(const boost::filesystem::path& crl) {
+        VdsSignatureVerifier::Environment environment;
+        environment.openStorage = Opener();
         return std::make_unique<VdsSignatureVerifier>(
             trace_.Tracer(), std::vector<TrustedRoot>{TrustedRoot::Root3520p1}, crl, false,
-            Opener());
+            environment);
     }
 
     // The message and the attached result code (null when none) of a failed construction.
@@ -99,8 +101,12 @@ TEST_F(CrlStorageTest, LargestContainerIsReadAndLoggedStepByStep) {
         GTEST_SKIP() << "a 4 GiB buffer does not fit a 32-bit address space";
     }
     storage_->container->size = std::numeric_limits<std::uint32_t>::max();
-    const auto verifier = Make(dir_.Path());
-    EXPECT_EQ(verifier->GetCrlContainer().Size(), 4294967295u);
+    // The size passes; the zeros read are then no revocation container.
+    const auto [message, code] = Failure();
+    EXPECT_EQ(message, "Revocation list " + dir_.Path().string() +
+                           " can't be used: it is not a DER-encoded revocation container");
+    ASSERT_NE(code, nullptr);
+    EXPECT_EQ(*code, ruk::result::InvalidFormat);
     EXPECT_EQ(storage_->container->reads, 1);
     EXPECT_EQ(storage_->openedName, "vdscrl.rdb");
     EXPECT_EQ(openedDirectory_, dir_.Path());
@@ -144,6 +150,13 @@ TEST_F(CrlStorageTest, StorageFailuresCarryTheirCodes) {
     EXPECT_EQ(message, "Can't read CRL from storage");
     ASSERT_NE(code, nullptr);
     EXPECT_EQ(*code, ruk::result::InvalidFormat);
+}
+
+TEST_F(CrlStorageTest, AnEmptyContainerFailsNamingTheDirectory) {
+    storage_->container->size = 0;
+    const auto [message, code] = Failure();
+    EXPECT_EQ(message, "Revocation list " + dir_.Path().string() + " is empty");
+    EXPECT_EQ(code, nullptr);
 }
 
 TEST_F(CrlStorageTest, ShortReadFailsEvenWhenTheReadSucceeded) {

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,8 @@
 #include "support/temp_dir.h"
 #include "support/vds/vds_material.h"
 #include "tool/engine_helpers/trace_capture.h"
+#include "trust/trust_material.h"
+#include "vds/signing.h"
 #include "vds/verifier.h"
 
 namespace integrity_check_tool::vds {
@@ -47,8 +50,32 @@ protected:
 
     VdsSignatureVerifier Make(bool bindName = false,
                               const boost::optional<boost::filesystem::path>& crl = boost::none,
-                              const std::vector<TrustedRoot>& roots = kAllRoots) {
-        return VdsSignatureVerifier(trace_.Tracer(), roots, crl, bindName);
+                              const std::vector<TrustedRoot>& roots = kAllRoots,
+                              std::function<bool(TrustedRoot)> requiresCrl = nullptr) {
+        VdsSignatureVerifier::Environment environment;
+        environment.output = output_;
+        environment.requiresRevocationList = std::move(requiresCrl);
+        return VdsSignatureVerifier(trace_.Tracer(), roots, crl, bindName, environment);
+    }
+
+    // The failure of constructing a verifier over `crl`.
+    std::pair<std::string, ruk::result_t> ConstructionFailure(
+        const boost::optional<boost::filesystem::path>& crl,
+        std::function<bool(TrustedRoot)> requiresCrl = nullptr) {
+        try {
+            Make(false, crl, kAllRoots, std::move(requiresCrl));
+        } catch (const Exception& error) {
+            const auto* code = boost::get_error_info<ruk::ResultCodeInfo>(error);
+            return {error.GetMessage(), code != nullptr ? *code : 0};
+        }
+        return {"constructed", 0};
+    }
+
+    // The lines written for the user on standard error since the last call.
+    std::string TakeErrorLines() {
+        const std::string text = err_.str();
+        err_.str("");
+        return text;
     }
 
     // The thrown message and its result code.
@@ -72,6 +99,9 @@ protected:
 
     ict_test::TempDir dir_;
     ict_test::TraceCapture trace_;
+    std::ostringstream out_;
+    std::ostringstream err_;
+    ConsoleOutputPtr output_ = std::make_shared<ConsoleOutput>(false, out_, err_);
 };
 
 TEST_F(VdsVerifierTest, SignedFileGivesTheCoveredContent) {
@@ -93,8 +123,15 @@ TEST_F(VdsVerifierTest, SignedFileGivesTheCoveredContent) {
     EXPECT_THAT(messages, Contains("Finding signature position ..."));
     EXPECT_THAT(messages, Contains("Signature position: 10000"));
     // The service and its result handler log through the tracer.
-    EXPECT_TRUE(Traced("VdsCreateVerifierWithOptionalCrls: BEGIN rootsCount=4"));
+    // Without a CRL the development roots are the ones that may go without.
+    EXPECT_TRUE(
+        Traced("VdsCreateVerifierWithOptionalCrls: BEGIN rootsCount=0, optCrlRootsCount=4"));
     EXPECT_TRUE(Traced("OnFinalResult: finalResult=0 (vdsOk), trusted"));
+    // Accepted, but the user is told that revocation was not checked, once per file.
+    const std::string warning =
+        "Revocation of the signer of " + path.string() + " was not checked: no revocation list\n";
+    EXPECT_EQ(TakeErrorLines(), warning + warning);
+    EXPECT_EQ(out_.str(), "");
 }
 
 TEST_F(VdsVerifierTest, UntrustedFilesShowTheirFlags) {
@@ -114,6 +151,10 @@ TEST_F(VdsVerifierTest, UntrustedFilesShowTheirFlags) {
             << test.signer;
         EXPECT_EQ(code, ruk::result::ObjectUntrusted);
         EXPECT_TRUE(Traced("VDS signature of file " + path.string() + " is not OK"));
+        EXPECT_EQ(TakeErrorLines(), "VDS signature of file " + path.string() +
+                                        " failed the checks: Signed|Embedded|"
+                                        "RevocationCheckSkipped|" +
+                                        test.flags + "\n");
     }
 
     // Tampered: the digest no longer matches.
@@ -125,11 +166,23 @@ TEST_F(VdsVerifierTest, UntrustedFilesShowTheirFlags) {
         Failure(verifier, path).first,
         HasSubstr("Flags: Signed|Embedded|RevocationCheckSkipped|SignatureValueNotMatched"));
 
-    // Unsigned: its only flag has no name in the checker's vocabulary.
+    TakeErrorLines();
+
+    // Unsigned: its only flag has no name in the checker's vocabulary, so
+    // the service's text says it beside the literal line.
     path = dir_ / "unsigned.dll";
     ict_test::WriteBytes(path, Content());
     EXPECT_EQ(Failure(verifier, path).first,
               "Can't verify VDS signature of file " + path.string() + ". Flags: ");
+    EXPECT_EQ(TakeErrorLines(),
+              "VDS signature of file " + path.string() + " failed the checks: Unsigned\n");
+
+    // A chain that ends at a root of its own, not one of ours.
+    path = dir_ / "own-root.dll";
+    ict_test::WriteBytes(path, Content());
+    ::vds::signing::SignFile(path, ict_test::vds::Signer("unknown-signer", true), {});
+    EXPECT_THAT(Failure(verifier, path).first, HasSubstr(". Flags: Signed|Embedded|"));
+    EXPECT_THAT(TakeErrorLines(), HasSubstr("UntrustedRoot"));
 }
 
 TEST_F(VdsVerifierTest, RevocationListFromAFileRefusesTheRevokedSigner) {
@@ -142,14 +195,68 @@ TEST_F(VdsVerifierTest, RevocationListFromAFileRefusesTheRevokedSigner) {
     EXPECT_EQ(Failure(verifier, revoked).first, "Can't verify VDS signature of file " +
                                                     revoked.string() +
                                                     ". Flags: Signed|Embedded|Revoked");
+    // Revocation was checked: no warning for the good file.
+    EXPECT_EQ(TakeErrorLines(), "VDS signature of file " + revoked.string() +
+                                    " failed the checks: Signed|Embedded|Revoked\n");
+}
 
-    // A CRL that leaves out a trusted root's database cannot make a verifier.
-    ict_test::WriteBytes(crl, ict_test::vds::RevocationContainer({"3520p1"}));
-    const VdsSignatureVerifier incomplete = Make(false, crl);
-    const auto [message, code] = Failure(incomplete, revoked);
-    EXPECT_EQ(message, "Can't create VDS verifier");
-    EXPECT_EQ(code, ruk::result::NotFound);
+TEST_F(VdsVerifierTest, ARevocationListThatYieldsNothingFailsBeforeAnyFile) {
+    const auto crl = dir_ / "crl.p7b";
+    struct Case {
+        const char* what;
+        Bytes bytes;
+        std::string reason;  // after the path
+        ruk::result_t code;
+    };
+    Bytes garbage(5000, 0x41);
+    const Case cases[] = {
+        {"an empty file", {}, " is empty", 0},
+        {"no revocation list at all",
+         {0x30, 0x0B, 0x06, 0x09, 0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x07, 0x02},
+         " can't be used: Invalid data format",
+         ruk::result::InvalidFormat},
+        {"a container without CRLs", ict_test::vds::RevocationContainer({}),
+         " can't be used: Not found", ruk::result::NotFound},
+        {"a database left out", ict_test::vds::RevocationContainer({"3520p1"}),
+         " can't be used: Not found", ruk::result::NotFound},
+        {"not DER", garbage, " can't be used: it is not a DER-encoded revocation container",
+         ruk::result::InvalidFormat},
+    };
+    for (const Case& test : cases) {
+        SCOPED_TRACE(test.what);
+        ict_test::WriteBytes(crl, test.bytes);
+        const auto [message, code] = ConstructionFailure(crl);
+        EXPECT_EQ(message, "Revocation list " + crl.string() + test.reason);
+        EXPECT_EQ(code, test.code);
+    }
+    EXPECT_TRUE(Traced("the revocation container holds no revocation database"));
     EXPECT_TRUE(Traced("Required revocation database with hierarchy="));
+}
+
+TEST_F(VdsVerifierTest, RootsThatRequireARevocationListRefuseToRunWithoutOne) {
+    const auto onlyFirst = [](TrustedRoot root) { return root == TrustedRoot::Root3020d1; };
+    EXPECT_EQ(ConstructionFailure(boost::none, onlyFirst).first,
+              "Trusted root 3020d1 requires a revocation list, but none was given (--crl)");
+    // The same roots with a list that covers them are fine.
+    const auto crl = dir_ / "crl.p7b";
+    ict_test::WriteBytes(
+        crl, ict_test::vds::RevocationContainer({"3520p1", "3020d1", "4820d1", "4823d1"}));
+    Make(false, crl, kAllRoots, onlyFirst).Verify(Signed("good.dll", "signer"), nullptr);
+    // A selection without that root needs no list.
+    Make(false, boost::none, {TrustedRoot::Root3520p1}, onlyFirst)
+        .Verify(Signed("other.dll", "signer"), nullptr);
+    // The development set requires a list for none of its roots.
+    for (std::size_t index = 0; index < 4; ++index) {
+        EXPECT_FALSE(trust::RootRequiresRevocationList(index)) << index;
+    }
+}
+
+TEST_F(VdsVerifierTest, ARevocationListFileOverTheLimitIsTooLarge) {
+    const auto crl = dir_ / "huge.p7b";
+    ict_test::WriteBytes(crl, {0x30});
+    // Sparse: no disk space is used, and the size is refused before any read.
+    boost::filesystem::resize_file(crl, 4294967296ull);
+    EXPECT_EQ(ConstructionFailure(crl).first, "CRL is too large");
 }
 
 TEST_F(VdsVerifierTest, TheSetOfRootsDecides) {

@@ -21,6 +21,10 @@ std::vector<Blob> GetDsvmKeyPair(bool release);
 // "4823d1"); empty when the set does not provide it.
 Blob GetRootCertificate(std::size_t index);
 
+// Whether files under root index 0..3 are only accepted with a revocation
+// list ("CrlMustExist"): the set's roots/crl-must-exist.txt names the root.
+bool RootRequiresRevocationList(std::size_t index);
+
 // The content bytes (no tag, no length) of the DER OID that a signer's
 // certificate must carry in its extended key usage.
 Blob GetPurposeOid();

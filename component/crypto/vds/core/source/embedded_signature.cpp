@@ -1,5 +1,6 @@
 #include "embedded_signature.h"
 
+#include <algorithm>
 #include <deque>
 #include <limits>
 
@@ -9,6 +10,7 @@
 #include <openssl/objects.h>
 
 #include "openssl_handles.h"
+#include "signed_data_shape.h"
 #include "text.h"
 #include "vds/signature_format.h"
 
@@ -74,6 +76,61 @@ private:
     std::deque<Entry> entries_;
 };
 
+// The bytes are exactly what OpenSSL writes for what it read: one DER
+// encoding. OpenSSL re-encodes the signed attributes before checking their
+// signature, so without this a re-tagged or reordered attribute would pass.
+bool IsCanonical(CMS_ContentInfo* cms, const std::vector<std::uint8_t>& der) {
+    unsigned char* encoded = nullptr;
+    const int length = i2d_CMS_ContentInfo(cms, &encoded);
+    const OpenSslBytes owned(encoded);
+    return length > 0 && static_cast<std::size_t>(length) == der.size() &&
+           std::equal(der.begin(), der.end(), encoded);
+}
+
+std::vector<std::uint8_t> NameBytes(const X509_NAME* name) {
+    unsigned char* encoded = nullptr;
+    const int length = i2d_X509_NAME(name, &encoded);
+    const OpenSslBytes owned(encoded);
+    if (length <= 0) {
+        return {};
+    }
+    return std::vector<std::uint8_t>(encoded, encoded + length);
+}
+
+// The SignerInfo names this certificate byte for byte: OpenSSL's own
+// comparison ignores the letter case and spacing of the issuer name.
+bool NamesExactly(CMS_SignerInfo* signerInfo, X509* certificate) {
+    ASN1_OCTET_STRING* keyId = nullptr;
+    X509_NAME* issuer = nullptr;
+    ASN1_INTEGER* serial = nullptr;
+    if (CMS_SignerInfo_get0_signer_id(signerInfo, &keyId, &issuer, &serial) != 1 ||
+        issuer == nullptr || serial == nullptr) {
+        return false;
+    }
+    const std::vector<std::uint8_t> named = NameBytes(issuer);
+    return !named.empty() && named == NameBytes(X509_get_issuer_name(certificate)) &&
+           ASN1_INTEGER_cmp(serial, X509_get0_serialNumber(certificate)) == 0;
+}
+
+// The signature algorithm is the signer's key type, alone or paired with
+// the SignerInfo's digest (a GOST signature labelled RSA is refused).
+bool AlgorithmFitsKey(const X509_ALGOR* signatureAlgorithm, int digestNid, X509* signer) {
+    const ASN1_OBJECT* object = nullptr;
+    X509_ALGOR_get0(&object, nullptr, nullptr, signatureAlgorithm);
+    const int signatureNid = OBJ_obj2nid(object);
+    EVP_PKEY* key = X509_get0_pubkey(signer);
+    if (signatureNid == NID_undef || key == nullptr) {
+        return false;
+    }
+    const int keyNid = EVP_PKEY_get_base_id(key);
+    int pairedDigest = NID_undef;
+    int pairedKey = NID_undef;
+    if (OBJ_find_sigid_algs(signatureNid, &pairedDigest, &pairedKey) == 1) {
+        return EVP_PKEY_type(pairedKey) == keyNid && pairedDigest == digestNid;
+    }
+    return EVP_PKEY_type(signatureNid) == keyNid;
+}
+
 bool EqualBytes(const ASN1_OCTET_STRING* value, const std::vector<std::uint8_t>& expected) {
     return value != nullptr &&
            static_cast<std::size_t>(ASN1_STRING_length(value)) == expected.size() &&
@@ -109,7 +166,8 @@ public:
         if (!cms || cursor != der.data() + der.size() ||
             OBJ_obj2nid(CMS_get0_type(cms.get())) != NID_pkcs7_signed ||
             CMS_is_detached(cms.get()) != 1 ||
-            OBJ_obj2nid(CMS_get0_eContentType(cms.get())) != NID_pkcs7_data) {
+            OBJ_obj2nid(CMS_get0_eContentType(cms.get())) != NID_pkcs7_data ||
+            !IsCanonical(cms.get(), der) || !HasStrictSignedDataShape(der.data(), der.size())) {
             ERR_clear_error();
             outcome->flags = vdsFlagEmbedded | vdsFlagMalformedContent;
             return vdsOk;
@@ -190,7 +248,7 @@ private:
 
         X509* signer = nullptr;
         for (int index = 0; certificates != nullptr && index < sk_X509_num(certificates); ++index) {
-            if (CMS_SignerInfo_cert_cmp(signerInfo, sk_X509_value(certificates, index)) == 0) {
+            if (NamesExactly(signerInfo, sk_X509_value(certificates, index))) {
                 signer = sk_X509_value(certificates, index);
                 break;
             }
@@ -199,6 +257,9 @@ private:
             // Without its certificate the signature cannot even be checked.
             outcome->flags |= vdsFlagIncompleteChain;
             return vdsOk;
+        }
+        if (!AlgorithmFitsKey(signatureAlgorithm, OBJ_obj2nid(digestObject), signer)) {
+            outcome->flags |= vdsFlagMalformedContent;
         }
         CMS_SignerInfo_set1_signer_cert(signerInfo, signer);
         if (CMS_SignerInfo_verify(signerInfo) != 1) {

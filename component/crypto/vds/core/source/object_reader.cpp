@@ -35,12 +35,15 @@ VdsResult ObjectReader::ReadExact(std::uint64_t offset, void* buffer, std::size_
 VdsResult ObjectReader::Digest(std::uint64_t size, const std::vector<const EVP_MD*>& algorithms,
                                std::vector<std::vector<std::uint8_t>>* digests) const {
     std::vector<OpenSslPtr<EVP_MD_CTX>> contexts;
+    contexts.reserve(algorithms.size());
     for (const EVP_MD* algorithm : algorithms) {
-        contexts.emplace_back(EVP_MD_CTX_new());
-        if (!contexts.back() || EVP_DigestInit_ex(contexts.back().get(), algorithm, nullptr) != 1) {
+        // Owned before anything else may throw.
+        OpenSslPtr<EVP_MD_CTX> context(EVP_MD_CTX_new());
+        if (!context || EVP_DigestInit_ex(context.get(), algorithm, nullptr) != 1) {
             ERR_clear_error();
             return vdsErrCryptoLib;
         }
+        contexts.push_back(std::move(context));
     }
     std::vector<std::uint8_t> block(
         static_cast<std::size_t>(std::min<std::uint64_t>(size, kBlockSize)));

@@ -2,6 +2,8 @@
 
 #include <memory>
 
+#include <openssl/crypto.h>
+
 #include <openssl/cms.h>
 #include <openssl/evp.h>
 #include <openssl/pkcs7.h>
@@ -30,6 +32,13 @@ struct OpenSslDeleter {
 
 template <typename T>
 using OpenSslPtr = std::unique_ptr<T, OpenSslDeleter>;
+
+// Bytes that OpenSSL allocated (the output of an i2d call): owned at once,
+// so that a throwing copy cannot leak them.
+struct OpenSslFree {
+    void operator()(unsigned char* bytes) const { OPENSSL_free(bytes); }
+};
+using OpenSslBytes = std::unique_ptr<unsigned char, OpenSslFree>;
 
 // Shared ownership of an object whose reference is taken here.
 inline std::shared_ptr<X509> ShareCertificate(X509* certificate) {

@@ -49,13 +49,12 @@ template <typename Object, int (*Encode)(const Object*, unsigned char**)>
 std::string Der(const Object* object) {
     unsigned char* der = nullptr;
     const int length = Encode(object, &der);
+    const OpenSslBytes owned(der);
     if (length <= 0) {
         ERR_clear_error();
         throw std::bad_alloc();
     }
-    std::string bytes(reinterpret_cast<const char*>(der), static_cast<std::size_t>(length));
-    OPENSSL_free(der);
-    return bytes;
+    return std::string(reinterpret_cast<const char*>(der), static_cast<std::size_t>(length));
 }
 
 std::string DerOf(const X509_CRL* crl) {

@@ -170,8 +170,11 @@ VdsResult VdsCreateVerifier_Ex(const VdsBlob* trustedRoots, std::size_t trustedR
                 }
                 return vdsErrInvalidFormat;
             }
+            // A root the store did not take would make its files fail
+            // for no visible reason: refuse the verifier instead.
             if (X509_STORE_add_cert(created->store.get(), root.get()) != 1) {
                 ERR_clear_error();
+                return vdsErrCryptoLib;
             }
             texts.emplace_back(root.get());
             created->roots.push_back(std::move(root));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "ruk/intrusive_ptr.h"
@@ -13,12 +14,19 @@ namespace crypto::vds::common_objects {
 template <typename Handle, void (*Release)(Handle*)>
 class CoreObject : public ruk::RefCounted {
 public:
-    explicit CoreObject(Handle* handle) : handle_(handle) {}
-    ~CoreObject() override { Release(handle_); }
-    Handle* Get() const { return handle_; }
+    struct Releaser {
+        void operator()(Handle* handle) const { Release(handle); }
+    };
+    // A handle owned from the moment the core hands it out. Wrap it at once
+    // and pass it on as an rvalue: when allocating the framework object
+    // throws, the handle is still released.
+    using Owned = std::unique_ptr<Handle, Releaser>;
+
+    explicit CoreObject(Owned&& handle) : handle_(std::move(handle)) {}
+    Handle* Get() const { return handle_.get(); }
 
 private:
-    Handle* handle_;
+    Owned handle_;
 };
 
 using CoreVerifier = CoreObject<VdsVerifier, VdsReleaseVerifier>;
@@ -29,9 +37,9 @@ using CoreCertificate = CoreObject<AsndCertificate, AsndReleaseCertificate>;
 // A loaded revocation database with the facts the service logs about it.
 class CoreLoadedDatabase : public CoreObject<VdsLoadedRevocationDb, VdsRevocationReleaseDb> {
 public:
-    CoreLoadedDatabase(VdsLoadedRevocationDb* handle, std::vector<std::uint8_t> hierarchyId,
+    CoreLoadedDatabase(Owned&& handle, std::vector<std::uint8_t>&& hierarchyId,
                        VdsRevocationDbInfo info)
-        : CoreObject(handle), hierarchyId_(std::move(hierarchyId)), info_(info) {}
+        : CoreObject(std::move(handle)), hierarchyId_(std::move(hierarchyId)), info_(info) {}
 
     const std::vector<std::uint8_t>& GetHierarchyId() const { return hierarchyId_; }
     const VdsRevocationDbInfo& GetInfo() const { return info_; }

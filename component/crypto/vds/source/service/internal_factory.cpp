@@ -54,13 +54,14 @@ ruk::result_t InternalFactory::CreateSignatureVerifier(
         const VdsResult core =
             VdsCreateVerifier_Ex(blobs.data(), blobs.size(), checker ? checker->Get() : nullptr,
                                  handler_.get(), &created);
+        common_objects::CoreVerifier::Owned owned(created);
         if (core != vdsOk) {
             Log("CreateSignatureVerifier",
                 "VdsCreateVerifier_Ex() failed; VdsResult=", VdsResultText(core));
             return ToFrameworkResult(core);
         }
         *verifier = ruk::MakeIntrusive<VdsSignatureVerifierImpl>(
-            ruk::MakeIntrusive<common_objects::CoreVerifier>(created), handler_,
+            ruk::MakeIntrusive<common_objects::CoreVerifier>(std::move(owned)), handler_,
             std::move(checker));
         return ruk::result::Success;
     });

@@ -33,13 +33,14 @@ ruk::result_t ParseRootCertificate(const char* function, ByteRange der,
                                    CoreCertificatePtr* certificate) {
     AsndCertificate* parsed = nullptr;
     const VdsResult core = AsndParseAndValidateCertificate(der.data, der.size, &parsed);
+    common_objects::CoreCertificate::Owned owned(parsed);
     if (core != vdsOk) {
         Log(function, "AsndParseAndValidateCertificate() failed; VdsResult=", VdsResultText(core),
             "; Certificate size=", der.size,
             ", CertificateBody=", HexText(der.data, der.data == nullptr ? 0 : der.size));
         return ToFrameworkResult(core);
     }
-    *certificate = ruk::MakeIntrusive<common_objects::CoreCertificate>(parsed);
+    *certificate = ruk::MakeIntrusive<common_objects::CoreCertificate>(std::move(owned));
     return ruk::result::Success;
 }
 
@@ -56,12 +57,11 @@ void VdsRevocationCheckerFactoryImpl::LoadDatabasesFromContainer(
     const VdsBlob blob{container.data(), container.size()};
     VdsRevocationContainer* handle = nullptr;
     VdsResult core = VdsRevocationLoadContainer(&blob, &handle);
+    common_objects::CoreRevocationContainer::Owned ownedContainer(handle);
     if (core != vdsOk) {
         Log(function, "VdsRevocationLoadContainer failed; VdsResult=", VdsResultText(core));
         ThrowCoreFailure(core);
     }
-    const auto loadedContainer =
-        ruk::MakeIntrusive<common_objects::CoreRevocationContainer>(handle);
     std::size_t count = 0;
     core = VdsRevocationGetDatabaseCount(handle, &count);
     if (core != vdsOk) {
@@ -93,6 +93,7 @@ void VdsRevocationCheckerFactoryImpl::LoadDatabasesFromContainer(
         }
         VdsLoadedRevocationDb* loaded = nullptr;
         core = VdsRevocationLoadDb(database, index, factory_->GetHandler().get(), &loaded);
+        common_objects::CoreLoadedDatabase::Owned ownedDatabase(loaded);
         if (core != vdsOk) {
             Log(function, "VdsRevocationLoadDb(hierarchy=", IdText(hierarchyId),
                 ") failed; VdsResult=", VdsResultText(core));
@@ -101,7 +102,7 @@ void VdsRevocationCheckerFactoryImpl::LoadDatabasesFromContainer(
         Log(function, "Loaded revocation database with hierarchy=", IdText(hierarchyId),
             ", issuedDate=", TimeText(info.issueDate), ", size=", info.size);
         loaded_.push_back(ruk::MakeIntrusive<common_objects::CoreLoadedDatabase>(
-            loaded, std::move(hierarchyId), info));
+            std::move(ownedDatabase), std::move(hierarchyId), info));
     }
 }
 
@@ -110,6 +111,12 @@ ruk::result_t VdsRevocationCheckerFactoryImpl::Setup(const std::vector<ByteRange
                                                      TestRootHandlingPolicyFlags policy) {
     return ManageExceptions(__func__, [&]() -> ruk::result_t {
         Log("Setup", PolicyFlagsToString(policy));
+        if (loaded_.empty()) {
+            // A list that was given but revokes nothing for anyone is a
+            // mistake, never a reason to check nothing.
+            Log("Setup", "the revocation container holds no revocation database");
+            return ruk::result::NotFound;
+        }
         std::vector<ByteRange> required;
         std::vector<ByteRange> optional;
         ruk::result_t code =
@@ -251,11 +258,12 @@ ruk::result_t VdsRevocationCheckerFactoryImpl::UpdateRevocationChecker(
     }
     VdsRevocationChecker* created = nullptr;
     const VdsResult core = VdsCreateRevocationChecker(handles.data(), handles.size(), &created);
+    common_objects::CoreRevocationChecker::Owned owned(created);
     if (core != vdsOk) {
         Log(__func__, "VdsCreateRevocationChecker() failed; VdsResult=", VdsResultText(core));
         return ToFrameworkResult(core);
     }
-    checker_ = ruk::MakeIntrusive<common_objects::CoreRevocationChecker>(created);
+    checker_ = ruk::MakeIntrusive<common_objects::CoreRevocationChecker>(std::move(owned));
     if (IsLogEnabled()) {
         std::string line = "Created new revocation checker:";
         for (const auto& database : databases) {

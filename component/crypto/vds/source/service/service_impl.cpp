@@ -23,6 +23,12 @@ ruk::result_t CreateVerifier(const std::vector<ByteRange>& trustedRoots,
         Log(function, "VdsInitializeLibrary() failed; VdsResult=", VdsResultText(core));
         return ToFrameworkResult(core);
     }
+    if (crlContainer.size == 0 && !trustedRoots.empty()) {
+        // Revocation is only ever skipped for roots that allow it.
+        Log(function, "no revocation container, but ", trustedRoots.size(),
+            " trusted root(s) require a revocation database");
+        return ruk::result::NotFound;
+    }
     IVdsCrlProviderPtr provider;
     if (crlContainer.size != 0) {
         provider = ruk::MakeIntrusive<MemoryCrlProvider>(
@@ -49,6 +55,10 @@ ruk::result_t CreateVerifier(const std::vector<ByteRange>& trustedRoots,
 }
 
 }  // namespace
+
+std::string VerificationFlagsText(VdsVerificationFlags flags) {
+    return VerificationFlagsToString(flags);
+}
 
 ruk::result_t VdsCreateVerifierWithOptionalCrls(const std::vector<ByteRange>& trustedRoots,
                                                 const std::vector<ByteRange>& optCrlRoots,

@@ -114,12 +114,14 @@ ruk::result_t VdsSignatureVerifierImpl::Clone(IVdsSignatureVerifierPtr* copy) {
         }
         VdsVerifier* cloned = nullptr;
         const VdsResult core = VdsCloneVerifier(verifier_->Get(), &cloned);
+        common_objects::CoreVerifier::Owned owned(cloned);
         if (core != vdsOk) {
             Log("Clone", "VdsCloneVerifier() failed; VdsResult=", VdsResultText(core));
             return ToFrameworkResult(core);
         }
         *copy = ruk::MakeIntrusive<VdsSignatureVerifierImpl>(
-            ruk::MakeIntrusive<common_objects::CoreVerifier>(cloned), handler_, revocationChecker_);
+            ruk::MakeIntrusive<common_objects::CoreVerifier>(std::move(owned)), handler_,
+            revocationChecker_);
         return ruk::result::Success;
     });
 }

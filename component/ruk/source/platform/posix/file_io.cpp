@@ -1,20 +1,29 @@
-#include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <new>
 
 #include "platform/platform.h"
 
 namespace ruk::platform {
 namespace {
 
-result_t LastError() { return MakeOsResult(static_cast<std::uint32_t>(errno)); }
+result_t LastError() {
+    return MakeOsResult(static_cast<std::uint32_t>(errno));
+}
 
 class PosixFile : public IIO {
 public:
-    explicit PosixFile(int fd) : fd_(fd) {}
-    ~PosixFile() override { ::close(fd_); }
+    PosixFile() = default;
+    ~PosixFile() override {
+        if (fd_ >= 0) {
+            ::close(fd_);
+        }
+    }
+    void Adopt(int fd) { fd_ = fd; }
 
     result_t Read(void* buffer, std::size_t size, std::size_t* read) override {
         for (;;) {
@@ -94,7 +103,7 @@ public:
     }
 
 private:
-    int fd_;
+    int fd_ = -1;
 };
 
 }  // namespace
@@ -106,13 +115,25 @@ std::string GetOsErrorText(std::uint32_t osError) {
 result_t OpenFile(const boost::filesystem::path& path, OpenMode mode, intrusive_ptr<IIO>* io) {
     int flags = O_CLOEXEC;
     switch (mode) {
-        case OpenMode::Read: flags |= O_RDONLY; break;
-        case OpenMode::ReadWrite: flags |= O_RDWR; break;
-        case OpenMode::CreateReadWrite: flags |= O_RDWR | O_CREAT; break;
+        case OpenMode::Read:
+            flags |= O_RDONLY;
+            break;
+        case OpenMode::ReadWrite:
+            flags |= O_RDWR;
+            break;
+        case OpenMode::CreateReadWrite:
+            flags |= O_RDWR | O_CREAT;
+            break;
     }
     if (mode == OpenMode::Read) {
         // A FIFO or device listed as a file must never block the run.
         flags |= O_NONBLOCK;
+    }
+    // Allocated before the file is opened, so that no failure after the
+    // open can leave the descriptor behind.
+    std::unique_ptr<PosixFile> file(new (std::nothrow) PosixFile());
+    if (!file) {
+        return result::OutOfMemory;
     }
     int fd = -1;
     do {
@@ -139,7 +160,8 @@ result_t OpenFile(const boost::filesystem::path& path, OpenMode mode, intrusive_
         }
         ::posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
     }
-    *io = new PosixFile(fd);
+    file->Adopt(fd);
+    *io = file.release();
     return result::Success;
 }
 

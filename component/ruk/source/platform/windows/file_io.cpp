@@ -1,16 +1,26 @@
 #include <windows.h>
 
+#include <memory>
+#include <new>
+
 #include "platform/platform.h"
 
 namespace ruk::platform {
 namespace {
 
-result_t LastError() { return MakeOsResult(static_cast<std::uint32_t>(::GetLastError())); }
+result_t LastError() {
+    return MakeOsResult(static_cast<std::uint32_t>(::GetLastError()));
+}
 
 class WindowsFile : public IIO {
 public:
-    explicit WindowsFile(HANDLE handle) : handle_(handle) {}
-    ~WindowsFile() override { ::CloseHandle(handle_); }
+    WindowsFile() = default;
+    ~WindowsFile() override {
+        if (handle_ != INVALID_HANDLE_VALUE) {
+            ::CloseHandle(handle_);
+        }
+    }
+    void Adopt(HANDLE handle) { handle_ = handle; }
 
     result_t Read(void* buffer, std::size_t size, std::size_t* read) override {
         // ReadFile takes a 32-bit count; larger requests are served in part.
@@ -98,7 +108,7 @@ public:
     }
 
 private:
-    HANDLE handle_;
+    HANDLE handle_ = INVALID_HANDLE_VALUE;
 };
 
 }  // namespace
@@ -108,8 +118,9 @@ std::string GetOsErrorText(std::uint32_t osError) {
     const DWORD length = ::FormatMessageA(
         FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
         nullptr, osError, 0, reinterpret_cast<LPSTR>(&buffer), 0, nullptr);
-    std::string text = length != 0 && buffer != nullptr ? std::string(buffer, length)
-                                                         : "Unknown error " + std::to_string(osError);
+    std::string text = length != 0 && buffer != nullptr
+                           ? std::string(buffer, length)
+                           : "Unknown error " + std::to_string(osError);
     ::LocalFree(buffer);
     while (!text.empty() && (text.back() == '\n' || text.back() == '\r' || text.back() == '.')) {
         text.pop_back();
@@ -126,13 +137,20 @@ result_t OpenFile(const boost::filesystem::path& path, OpenMode mode, intrusive_
         access |= GENERIC_WRITE;
         disposition = OPEN_ALWAYS;
     }
+    // Allocated before the file is opened, so that no failure after the
+    // open can leave the handle behind.
+    std::unique_ptr<WindowsFile> file(new (std::nothrow) WindowsFile());
+    if (!file) {
+        return result::OutOfMemory;
+    }
     const HANDLE handle =
         ::CreateFileW(path.c_str(), access, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
                       disposition, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
     if (handle == INVALID_HANDLE_VALUE) {
         return LastError();
     }
-    *io = new WindowsFile(handle);
+    file->Adopt(handle);
+    *io = file.release();
     return result::Success;
 }
 

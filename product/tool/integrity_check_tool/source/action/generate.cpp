@@ -2,6 +2,8 @@
 
 #include <iostream>
 
+#include <boost/filesystem/operations.hpp>
+
 #include "common/exception.h"
 #include "common/message_format.h"
 #include "common/run_statistics.h"
@@ -25,8 +27,18 @@ const char* ManifestWritten() {
 const char* ManifestStored() {
     return "Manifest file %1% stored:\n%2%";
 }
+const char* OutputIsConfiguration() {
+    return "it would overwrite the generation configuration %1%";
+}
 const char* ObjectsFailed() {
     return "some of its objects failed, so it was not written";
+}
+
+// Whether two paths lead to one existing file, through links, "..", another
+// case of letters where names ignore it, or a second hard link.
+bool IsSameFile(const boost::filesystem::path& a, const boost::filesystem::path& b) {
+    boost::system::error_code error;
+    return boost::filesystem::equivalent(a, b, error) && !error;
 }
 
 // Redrawn every this many files when standard error is a terminal.
@@ -50,6 +62,10 @@ bool Generate::Execute() {
                                        kProgressEvery);
     bool succeeded = false;
     try {
+        if (IsSameFile(settings.configPath, settings.manifestPath)) {
+            ICT_THROW(
+                Exception(MessageFormat(OutputIsConfiguration(), PathToUtf8(settings.configPath))));
+        }
         const auto config = generate::ReadGenerationConfig(settings.configPath);
         generate::ManifestGenerator generator(factory_, output_, statistics, progress);
         const ManifestPtr manifest = generator.Generate(config, settings);

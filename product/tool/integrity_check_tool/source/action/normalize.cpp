@@ -6,6 +6,8 @@
 #include "common/message_format.h"
 #include "common/trace_level.h"
 #include "manifest/path_text.h"
+#include "platform/file_replacement.h"
+#include "ruk/exception.h"
 #include "utils/atomic_file.h"
 #include "xml/file.h"
 
@@ -17,6 +19,53 @@ const char* ManifestNormalized() {
 }
 const char* NormalizationFailed() {
     return "Normalization of manifest %1% failed. Reason: %2%";
+}
+const char* CantOpenFile() {
+    return "Can't open manifest file %1%. Reason: %2%";
+}
+const char* IsDirectory() {
+    return "it is a directory, not a regular file";
+}
+const char* NotRegularFile() {
+    return "it is not a regular file";
+}
+const char* TooLarge() {
+    return "it is larger than %1% bytes";
+}
+
+// No manifest is near this size; a larger file is not one.
+constexpr std::uint64_t kLargestManifest = 256ULL * 1024 * 1024;
+
+struct ReadManifest {
+    ManifestPtr manifest;
+    platform::FileStamp stamp;
+};
+
+// Only a regular file is read, through the handle it was opened with, so a
+// device or FIFO is never read from and the stamp belongs to what was read.
+ReadManifest ReadRegularManifest(const xml::File& file, const boost::filesystem::path& path) {
+    std::vector<std::uint8_t> bytes;
+    ReadManifest read;
+    platform::FileKind kind = platform::FileKind::Other;
+    const ruk::result_t result =
+        platform::ReadRegularFile(path, kLargestManifest, &bytes, &read.stamp, &kind);
+    std::string reason;
+    if (result == ruk::result::OutOfRange) {
+        reason = MessageFormat(TooLarge(), kLargestManifest);
+    } else if (ruk::Failed(result)) {
+        reason = ruk::GetResultText(result);
+    } else if (kind == platform::FileKind::Directory) {
+        reason = IsDirectory();
+    } else if (kind != platform::FileKind::Regular) {
+        reason = NotRegularFile();
+    }
+    if (!reason.empty()) {
+        ICT_THROW(Exception(MessageFormat(CantOpenFile(), PathToUtf8(path), reason)));
+    }
+    const auto io = ruk::CreateMemoryIO(std::move(bytes));
+    TiXmlDocument document;
+    read.manifest = file.Read(*io, document);
+    return read;
 }
 
 }  // namespace
@@ -32,9 +81,10 @@ bool Normalize::Execute() {
     const std::string name = PathToUtf8(settings_.manifestPath);
     try {
         const xml::File file(tracer_);
-        const ManifestPtr manifest = file.Load(settings_.manifestPath);
-        WriteFileAtomically(settings_.manifestPath,
-                            [&](ruk::IIO& io) { file.Write(*manifest, io); });
+        const ReadManifest read = ReadRegularManifest(file, settings_.manifestPath);
+        WriteFileAtomically(
+            settings_.manifestPath, [&](ruk::IIO& io) { file.Write(*read.manifest, io); },
+            &read.stamp);
     } catch (...) {
         const std::string line = MessageFormat(NormalizationFailed(), name, CurrentExceptionText());
         tracer_->Write(trace_level::Error, line);

@@ -7,9 +7,11 @@
 namespace integrity_check_tool::action {
 
 // "Normalize": reads a manifest of either dialect and writes it back over
-// itself in the current dialect, placeholders and groups as they were. The
-// file is replaced in one piece; on any failure it stays byte for byte as it
-// was and the action fails.
+// itself in the current dialect, placeholders and groups as they were. Only
+// a regular file is read. The file is replaced in one piece, keeping its
+// owner and permissions, and only when nobody changed or replaced it while it
+// was rewritten; on any failure it stays byte for byte as it was and the
+// action fails.
 class Normalize : public IAction {
 public:
     Normalize(TracerPtr tracer, NormalizeSettings settings);

@@ -3,11 +3,11 @@
 #include <limits>
 #include <string>
 
+#include "common/signed_file_name.h"
 #include "common/trace_level.h"
 #include "dsvm/dsvm.h"
 #include "dsvm/exception.h"
 #include "dsvm/io_object_reader.h"
-#include "dsvm/object_name.h"
 #include "ruk/io.h"
 
 namespace integrity_check_tool::dsvm {
@@ -189,7 +189,10 @@ public:
                          const Blob& secondKey, bool requireBothKeys,
                          std::vector<std::uint8_t>* content) const {
         tracer_->Trace(trace_level::Detail, Verifying(), path.string());
-        const std::vector<char16_t> name = GetObjectName(path);
+        // The DSVM object name: the bound file name with one terminating zero.
+        const std::u16string bound = SignedFileName(path);
+        std::vector<char16_t> name(bound.begin(), bound.end());
+        name.push_back(u'\0');
 
         Parameters keys;
         keys.AddKeys(firstKey, secondKey, requireBothKeys);

@@ -2,12 +2,14 @@
 
 #include <algorithm>
 
+#include <boost/algorithm/string/join.hpp>
 #include <boost/date_time/posix_time/posix_time.hpp>
 #include <boost/filesystem/operations.hpp>
 
 #include "common/exception.h"
 #include "common/message_format.h"
 #include "common/trace_level.h"
+#include "generate/entry_name.h"
 #include "generate/nt_version.h"
 #include "generate/tree_enumerator.h"
 #include "manifest/path_text.h"
@@ -47,6 +49,15 @@ const char* NothingMatched() {
 }
 const char* MembersFailed() {
     return "%1% of %2% failed";
+}
+const char* CantEnumerate() {
+    return "Can't enumerate %1%. Reason: %2%";
+}
+const char* FoldersFailed() {
+    return "%1% of its folders could not be listed";
+}
+const char* PercentInName() {
+    return "its name holds a % sign that would be read as part of a placeholder";
 }
 const char* ObjectAbsent() {
     return "%1% does not exist";
@@ -183,23 +194,35 @@ Filter ManifestGenerator::Stamped(const Filter& filter) const {
 
 void ManifestGenerator::AddDirectory(const DirectorySource& source, const fs::path& manifestPath) {
     const std::string path = TrimSeparators(source.path);
-    std::vector<EnumeratedFile> files;
+    Enumeration listing;
     std::string local = path;
+    const auto skipped = [this](const std::string& entry, const std::string& why) {
+        tracer_->Trace(trace_level::Warning, EntrySkipped(), entry, why);
+    };
     try {
         local = ToLocalPath(path).string();
         tracer_->Trace(trace_level::Info, BeginEnumeration(), local);
         TreeEnumerator enumerator(source.includes, source.excludes);
         enumerator.Ignore(manifestPath);
-        files =
-            enumerator.Enumerate(local, [this](const std::string& entry, const std::string& why) {
-                tracer_->Trace(trace_level::Warning, EntrySkipped(), entry, why);
-            });
+        listing = enumerator.Enumerate(local, skipped);
     } catch (...) {
         ReportFailure(Directories, object_word::Directory, path, CurrentExceptionText());
         tracer_->Trace(trace_level::Info, EndEnumeration(), local, StatusFailure());
         return;
     }
-    if (files.empty()) {
+    // Each folder that could not be listed is named; the listing went on.
+    for (const auto& failure : listing.failures) {
+        const std::string name =
+            failure.relativePath.empty()
+                ? path
+                : JoinManifestPath(path, ToManifestSeparators(failure.relativePath));
+        failed_ = true;
+        progress_.Clear();
+        ReportGenerationFailure(
+            *tracer_, *output_, object_word::Directory, name,
+            MessageFormat(CantEnumerate(), failure.fullPath.string(), failure.reason));
+    }
+    if (listing.files.empty() && listing.failures.empty()) {
         tracer_->Trace(trace_level::Warning, NothingMatched(), local);
     }
 
@@ -210,28 +233,38 @@ void ManifestGenerator::AddDirectory(const DirectorySource& source, const fs::pa
         group->path = PathFromUtf8(path);
     }
     std::size_t failures = 0;
-    for (const auto& file : files) {
-        if (!AddDirectoryFile(source, file.relativePath, file.fullPath, group.get())) {
+    for (const auto& file : listing.files) {
+        const std::string relative = ToManifestSeparators(file.relativePath);
+        if (NameMakesPlaceholder(path, relative)) {
+            skipped(ShowName(file.relativePath), PercentInName());
+            continue;
+        }
+        if (!AddDirectoryFile(source, relative, file.fullPath, group.get())) {
             ++failures;
         }
     }
     if (group && !group->files.empty()) {
         manifest_->directories.push_back(std::move(group));
     }
-    if (failures == 0) {
+    std::vector<std::string> reasons;
+    if (!listing.failures.empty()) {
+        reasons.push_back(MessageFormat(FoldersFailed(), listing.failures.size()));
+    }
+    if (failures != 0) {
+        reasons.push_back(MessageFormat(MembersFailed(), failures, listing.files.size()));
+    }
+    if (reasons.empty()) {
         statistics_.CountSuccess(Directories);
     } else {
         ReportFailure(Directories, object_word::Directory, path,
-                      MessageFormat(MembersFailed(), failures, files.size()));
+                      boost::algorithm::join(reasons, "; "));
     }
     tracer_->Trace(trace_level::Info, EndEnumeration(), local,
-                   failures == 0 ? StatusSuccess() : StatusFailure());
+                   reasons.empty() ? StatusSuccess() : StatusFailure());
 }
 
-bool ManifestGenerator::AddDirectoryFile(const DirectorySource& source,
-                                         const std::string& relativePath, const fs::path& localPath,
-                                         DirectoryInfo* group) {
-    const std::string relative = ToManifestSeparators(relativePath);
+bool ManifestGenerator::AddDirectoryFile(const DirectorySource& source, const std::string& relative,
+                                         const fs::path& localPath, DirectoryInfo* group) {
     const std::string name = JoinManifestPath(TrimSeparators(source.path), relative);
     progress_.Step();
     try {

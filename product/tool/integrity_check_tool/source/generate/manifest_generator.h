@@ -38,7 +38,7 @@ private:
     void PrepareEnvironment(const GenerationConfig& config, const GenerateSettings& settings);
     void PrepareStamp(const GenerateSettings& settings);
     void AddDirectory(const DirectorySource& source, const boost::filesystem::path& manifestPath);
-    bool AddDirectoryFile(const DirectorySource& source, const std::string& relativePath,
+    bool AddDirectoryFile(const DirectorySource& source, const std::string& relative,
                           const boost::filesystem::path& localPath, DirectoryInfo* group);
     void AddFile(const FileSource& source);
     void AddRegistry(const RegistrySource& source);

@@ -12,8 +12,20 @@ namespace {
 const char* CantWriteFile() {
     return "Can't write file %1%. Reason: %2%";
 }
+const char* ChangedMeanwhile() {
+    return "it was changed or replaced by someone else meanwhile";
+}
+const char* CantKeepOwnership() {
+    return "the new file can't get the owner and permissions of the old one: %1%";
+}
+const char* NoTemporaryName() {
+    return "no free name for a temporary file in its folder";
+}
 
 namespace fs = boost::filesystem;
+
+// Tries before giving up on finding a free temporary name.
+constexpr int kNameAttempts = 16;
 
 fs::path ResolveTarget(const fs::path& target) {
     boost::system::error_code error;
@@ -26,35 +38,62 @@ fs::path ResolveTarget(const fs::path& target) {
     return target;
 }
 
-// A name in the target's own folder, so that the rename never crosses volumes.
-fs::path MakeTemporaryPath(const fs::path& target) {
-    return target.parent_path() / fs::unique_path(target.filename().string() + ".%%%%-%%%%.tmp");
+// A short name in the target's own folder, so that the rename never crosses
+// volumes and a target whose name is as long as a name may be still gets one.
+fs::path CreateTemporary(const fs::path& target) {
+    const fs::path folder = target.has_parent_path() ? target.parent_path() : fs::path(".");
+    for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
+        const fs::path candidate = folder / fs::unique_path(".ict-%%%%%%%%.tmp");
+        const ruk::result_t created = platform::CreateNewFile(candidate);
+        if (ruk::Succeeded(created)) {
+            return candidate;
+        }
+        if (created != ruk::result::AlreadyExists) {
+            RUK_THROW_RESULT(created);
+        }
+    }
+    ICT_THROW(Exception(NoTemporaryName()));
 }
 
-void WriteTemporary(const fs::path& temporary, const fs::path& target,
-                    const std::function<void(ruk::IIO&)>& write) {
-    ruk::intrusive_ptr<ruk::IIO> io;
-    RUK_CHECK(ruk::OpenFileIO(temporary, ruk::OpenMode::CreateReadWrite, &io));
-    write(*io);
-    RUK_CHECK(io->Flush());
-    io.reset();  // closed before the rename: Windows cannot rename an open file
+void CheckUnchanged(const fs::path& target, const platform::FileStamp& expected) {
+    boost::optional<platform::FileStamp> now;
+    RUK_CHECK(platform::GetFileStamp(target, &now));
+    if (!now || *now != expected) {
+        ICT_THROW(Exception(ChangedMeanwhile()));
+    }
+}
+
+void Replace(const fs::path& temporary, const fs::path& target,
+             const std::function<void(ruk::IIO&)>& write, const platform::FileStamp* expected) {
+    {
+        ruk::intrusive_ptr<ruk::IIO> io;
+        RUK_CHECK(ruk::OpenFileIO(temporary, ruk::OpenMode::ReadWrite, &io));
+        write(*io);
+        RUK_CHECK(io->Flush());
+    }  // closed before the rename: Windows cannot rename an open file
 
     boost::system::error_code error;
-    const auto status = fs::status(target, error);
-    if (fs::is_regular_file(status)) {
-        fs::permissions(temporary, status.permissions(), error);
+    if (fs::is_regular_file(fs::status(target, error))) {
+        const ruk::result_t kept = platform::CopyOwnership(target, temporary);
+        if (ruk::Failed(kept)) {
+            ICT_THROW(Exception(MessageFormat(CantKeepOwnership(), ruk::GetResultText(kept))));
+        }
+    }
+    if (expected != nullptr) {
+        CheckUnchanged(target, *expected);
     }
     fs::rename(temporary, target);
 }
 
 }  // namespace
 
-void WriteFileAtomically(const fs::path& target, const std::function<void(ruk::IIO&)>& write) {
+void WriteFileAtomically(const fs::path& target, const std::function<void(ruk::IIO&)>& write,
+                         const platform::FileStamp* expected) {
     const fs::path resolved = ResolveTarget(target);
     fs::path temporary;
     try {
-        temporary = MakeTemporaryPath(resolved);
-        WriteTemporary(temporary, resolved, write);
+        temporary = CreateTemporary(resolved);
+        Replace(temporary, resolved, write, expected);
     } catch (...) {
         const std::string reason = CurrentExceptionText();
         if (!temporary.empty()) {

@@ -7,6 +7,7 @@
 
 #include "common/exception.h"
 #include "common/message_format.h"
+#include "common/signed_file_name.h"
 #include "common/trace_level.h"
 #include "crypto/vds/service/log_sink.h"
 #include "crypto/vds/service/service.h"
@@ -14,7 +15,6 @@
 #include "ruk/io.h"
 #include "trust/trust_material.h"
 #include "utils/file_utils.h"
-#include "vds/file_name_binding.h"
 #include "vds/verification_flags.h"
 
 namespace integrity_check_tool::vds {
@@ -79,6 +79,24 @@ const char* CantReadCrl() {
 const char* CrlRead() {
     return "CRL has been read successfully from storage %1%";
 }
+const char* CrlEmpty() {
+    return "Revocation list %1% is empty";
+}
+const char* CrlUnusable() {
+    return "Revocation list %1% can't be used: %2%";
+}
+const char* NotAContainer() {
+    return "it is not a DER-encoded revocation container";
+}
+const char* RootNeedsCrl() {
+    return "Trusted root %1% requires a revocation list, but none was given (--crl)";
+}
+const char* RevocationNotChecked() {
+    return "Revocation of the signer of %1% was not checked: no revocation list";
+}
+const char* WhyRefused() {
+    return "VDS signature of file %1% failed the checks: %2%";
+}
 
 constexpr const char* kCrlContainerName = "vdscrl.rdb";
 
@@ -97,12 +115,51 @@ private:
     TracerPtr tracer_;
 };
 
-std::vector<std::uint8_t> RootCertificate(TrustedRoot root) {
+std::uint32_t RootIndex(TrustedRoot root) {
     const auto index = static_cast<std::uint32_t>(root);
     if (index > 3) {
         std::abort();  // a programming error: there are four roots
     }
-    return trust::GetRootCertificate(index);
+    return index;
+}
+
+// One limit for a CRL from a file and from storage.
+void CheckCrlSize(std::uint64_t size) {
+    if (size > std::numeric_limits<std::uint32_t>::max() ||
+        size > std::numeric_limits<std::size_t>::max()) {
+        ICT_THROW(Exception(CrlTooLarge()));
+    }
+}
+
+// A revocation container is one DER SEQUENCE filling all its bytes. Checked
+// before the service copies and parses it, so that a large file of anything
+// else costs nothing.
+bool IsOneDerSequence(const std::uint8_t* bytes, std::size_t size) {
+    if (size < 2 || bytes[0] != 0x30) {
+        return false;
+    }
+    std::uint64_t length = bytes[1];
+    std::size_t header = 2;
+    if ((bytes[1] & 0x80) != 0) {
+        const std::size_t count = bytes[1] & 0x7Fu;
+        if (count == 0 || count > 8 || size < 2 + count) {
+            return false;
+        }
+        length = 0;
+        for (std::size_t index = 0; index < count; ++index) {
+            length = (length << 8) | bytes[2 + index];
+        }
+        header += count;
+    }
+    return length == size - header;
+}
+
+std::vector<service::ByteRange> Ranges(const std::vector<std::vector<std::uint8_t>>& blobs) {
+    std::vector<service::ByteRange> ranges;
+    for (const auto& blob : blobs) {
+        ranges.push_back({blob.data(), blob.size()});
+    }
+    return ranges;
 }
 
 }  // namespace
@@ -110,21 +167,82 @@ std::vector<std::uint8_t> RootCertificate(TrustedRoot root) {
 VdsSignatureVerifier::VdsSignatureVerifier(TracerPtr tracer,
                                            const std::vector<TrustedRoot>& trustedRoots,
                                            const boost::optional<boost::filesystem::path>& crlPath,
-                                           bool bindFileName, const StorageOpener& openStorage)
-    : tracer_(std::move(tracer)), bindFileName_(bindFileName) {
+                                           bool bindFileName, Environment environment)
+    : tracer_(std::move(tracer)),
+      output_(environment.output ? std::move(environment.output)
+                                 : std::make_shared<ConsoleOutput>(false)),
+      bindFileName_(bindFileName) {
+    if (!environment.requiresRevocationList) {
+        environment.requiresRevocationList = [](TrustedRoot root) {
+            return trust::RootRequiresRevocationList(RootIndex(root));
+        };
+    }
     for (const TrustedRoot root : trustedRoots) {
-        std::vector<std::uint8_t> certificate = RootCertificate(root);
+        std::vector<std::uint8_t> certificate = trust::GetRootCertificate(RootIndex(root));
         tracer_->Trace(trace_level::Detail, UsingCertificate(), ToName(root));
-        roots_.push_back(std::move(certificate));
+        // A revocation list that is given must cover every selected root;
+        // without one only the roots that demand it are refused.
+        if (crlPath) {
+            requiredRoots_.push_back(std::move(certificate));
+        } else if (environment.requiresRevocationList(root)) {
+            ICT_THROW(Exception(MessageFormat(RootNeedsCrl(), ToName(root))));
+        } else {
+            optionalRoots_.push_back(std::move(certificate));
+        }
     }
     if (!crlPath) {
         return;
     }
     boost::system::error_code error;
     if (boost::filesystem::is_directory(*crlPath, error)) {
-        ReadCrlFromStorage(*crlPath, openStorage);
+        ReadCrlFromStorage(*crlPath, environment.openStorage);
     } else {
-        crl_ = ZeroedBuffer(ReadWholeFile(*crlPath));
+        ReadCrlFromFile(*crlPath);
+    }
+    CheckCrlIsUsable(*crlPath);
+}
+
+void VdsSignatureVerifier::ReadCrlFromFile(const boost::filesystem::path& file) {
+    boost::system::error_code error;
+    const std::uintmax_t size = boost::filesystem::file_size(file, error);
+    if (!error) {
+        CheckCrlSize(size);
+    }
+    const Bytes bytes = ReadWholeFile(file);
+    CheckCrlSize(bytes.size());  // it may have grown since
+    crl_ = ZeroedBuffer(bytes);
+}
+
+void VdsSignatureVerifier::CheckCrlIsUsable(const boost::filesystem::path& path) const {
+    if (crl_.Size() == 0) {
+        ICT_THROW(Exception(MessageFormat(CrlEmpty(), path.string())));
+    }
+    if (!IsOneDerSequence(crl_.Data(), crl_.Size())) {
+        VDS_THROW_WITH_RESULT(MessageFormat(CrlUnusable(), path.string(), NotAContainer()),
+                              ruk::result::InvalidFormat);
+    }
+    // The service decides whether the databases fit the roots; asked once
+    // here, a list it cannot use fails the run before any file.
+    const service::ScopedLogSink sink(std::make_shared<TracerLogSink>(tracer_));
+    service::IVdsSignatureVerifierPtr verifier;
+    const ruk::result_t code = CreateServiceVerifier(&verifier);
+    if (ruk::Failed(code)) {
+        VDS_THROW_WITH_RESULT(MessageFormat(CrlUnusable(), path.string(), ruk::GetResultText(code)),
+                              code);
+    }
+}
+
+ruk::result_t VdsSignatureVerifier::CreateServiceVerifier(
+    service::IVdsSignatureVerifierPtr* verifier) const {
+    return service::VdsCreateVerifierWithOptionalCrls(
+        Ranges(requiredRoots_), Ranges(optionalRoots_), {crl_.Data(), crl_.Size()}, verifier);
+}
+
+void VdsSignatureVerifier::Report(unsigned level, const std::string& line) const {
+    output_->Write(ConsoleOutput::Error, line);
+    // On the console the line is already shown; the log file gets it too.
+    if (tracer_->WritesToFile()) {
+        tracer_->Write(level, line);
     }
 }
 
@@ -145,10 +263,7 @@ void VdsSignatureVerifier::ReadCrlFromStorage(const boost::filesystem::path& dir
     if (ruk::Failed(code)) {
         VDS_THROW_WITH_RESULT(MessageFormat(CantGetContainerSize(), kCrlContainerName), code);
     }
-    if (size > std::numeric_limits<std::uint32_t>::max() ||
-        size > std::numeric_limits<std::size_t>::max()) {
-        ICT_THROW(Exception(CrlTooLarge()));
-    }
+    CheckCrlSize(size);
     ZeroedBuffer buffer(static_cast<std::size_t>(size));
     std::size_t read = 0;
     code = container->Read(buffer.Data(), buffer.Size(), &read);
@@ -176,13 +291,8 @@ void VdsSignatureVerifier::Verify(const boost::filesystem::path& path,
     }
 
     const service::ScopedLogSink sink(std::make_shared<TracerLogSink>(tracer_));
-    std::vector<service::ByteRange> roots;
-    for (const auto& root : roots_) {
-        roots.push_back({root.data(), root.size()});
-    }
     service::IVdsSignatureVerifierPtr verifier;
-    code = service::VdsCreateVerifierWithOptionalCrls(roots, {}, {crl_.Data(), crl_.Size()},
-                                                      &verifier);
+    code = CreateServiceVerifier(&verifier);
     if (ruk::Failed(code)) {
         VDS_THROW_WITH_RESULT(CantCreateVerifier(), code);
     }
@@ -191,7 +301,7 @@ void VdsSignatureVerifier::Verify(const boost::filesystem::path& path,
     const service::ByteRange purposeRange{purpose.data(), purpose.size()};
     service::IVdsVerificationResultPtr result;
     if (bindFileName_) {
-        const std::vector<std::uint8_t> name = FileNameBindingContent(path);
+        const std::vector<std::uint8_t> name = SignedFileNameBytes(path);
         code = verifier->VerifyObjectWithAdditionalContent(io.get(), {name.data(), name.size()},
                                                            purposeRange, &result);
     } else {
@@ -208,6 +318,11 @@ void VdsSignatureVerifier::Verify(const boost::filesystem::path& path,
             VDS_THROW_WITH_RESULT(CantGetContentSize(), sizeCode);
         }
         tracer_->Trace(trace_level::Detail, SignaturePosition(), checkedSize);
+        VdsVerificationFlags flags = 0;
+        if (ruk::Succeeded(result->GetVerificationFlags(&flags)) &&
+            (flags & vdsFlagRevocationCheckSkipped) != 0) {
+            Report(trace_level::Warning, MessageFormat(RevocationNotChecked(), path.string()));
+        }
         if (content != nullptr) {
             if (checkedSize > std::numeric_limits<std::size_t>::max()) {
                 RUK_THROW_RESULT(ruk::result::OutOfMemory);
@@ -235,6 +350,12 @@ void VdsSignatureVerifier::Verify(const boost::filesystem::path& path,
     // acceptance, without content.
     if (code > 0) {
         return;
+    }
+    if (result) {
+        // The literal line below leaves out what the service alone names
+        // ("Unsigned", "UntrustedRoot"): say why beside it.
+        Report(trace_level::Error,
+               MessageFormat(WhyRefused(), path.string(), service::VerificationFlagsText(flags)));
     }
     VDS_THROW_WITH_RESULT(MessageFormat(CantVerify(), path.string(),
                                         result ? VerificationFlagsToText(flags) : "None"),

@@ -35,7 +35,8 @@ SignerMaterial LoadSignerMaterial(const boost::filesystem::path& certificate,
                                   const boost::optional<boost::filesystem::path>& chain);
 
 struct SignOptions {
-    // Bind the signature to this additional content (see FileNameContent).
+    // Bind the signature to this additional content (for a file name: the
+    // checker's SignedFileNameBytes of the file's path).
     boost::optional<std::vector<std::uint8_t>> additionalContent;
     // Remove an existing outermost signature first.
     bool replace = false;
@@ -51,10 +52,6 @@ std::vector<std::uint8_t> SignContent(BIO* content, const SignerMaterial& materi
 // unless `replace` or `nest` is set. The file is replaced atomically.
 void SignFile(const boost::filesystem::path& file, const SignerMaterial& material,
               const SignOptions& options);
-
-// The additional content of file-name binding: the name as UTF-16LE code
-// units followed by one zero code unit. Invalid UTF-8 throws Error.
-std::vector<std::uint8_t> FileNameContent(const std::string& utf8Name);
 
 // Catalog content (vds/catalog_format.h) listing `digests` made with the
 // algorithm of OpenSSL short name `algorithm` ("md_gost12_256", "SHA256", ...).

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "ruk/intrusive_ptr.h"
@@ -52,13 +53,21 @@ public:
 using IVdsSignatureVerifierPtr = ruk::intrusive_ptr<IVdsSignatureVerifier>;
 
 // A verifier trusting `trustedRoots` and `optCrlRoots` (DER certificates).
-// With a non-empty CRL container (a degenerate PKCS#7 of CRLs) every trusted
-// root needs its revocation database in it, and the databases of the other
-// roots are used when present; an empty container means no revocation
-// checks. Both root lists empty is ruk::result::InvalidArgument.
+// Every root of `trustedRoots` needs its revocation database in the CRL
+// container (a degenerate PKCS#7 of CRLs): without a container, or with one
+// that lacks it, no verifier is made (ruk::result::NotFound). The databases
+// of `optCrlRoots` are used when present; a chain ending at such a root
+// without one is checked without revocation (`RevocationCheckSkipped`). A
+// non-empty container that holds no database at all is refused too. Both
+// root lists empty is ruk::result::InvalidArgument.
 ruk::result_t VdsCreateVerifierWithOptionalCrls(const std::vector<ByteRange>& trustedRoots,
                                                 const std::vector<ByteRange>& optCrlRoots,
                                                 ByteRange crlContainer,
                                                 IVdsSignatureVerifierPtr* verifier);
+
+// The service's text of verification flags: every set bit by name,
+// "Unsigned" and "UntrustedRoot" included, the rest as "UNKNOWN=0x...";
+// "None" for no bit.
+std::string VerificationFlagsText(VdsVerificationFlags flags);
 
 }  // namespace crypto::vds::service
