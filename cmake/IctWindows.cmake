@@ -13,3 +13,6 @@ target_compile_definitions(ict_tinyxml INTERFACE TIXML_USE_STL)
 find_library(ICT_GOST_ENGINE_LIBRARY gost_engine REQUIRED)
 target_link_libraries(ict_gost_engine INTERFACE ${ICT_GOST_ENGINE_LIBRARY} OpenSSL::Crypto)
 target_compile_definitions(ict_gost_engine INTERFACE ICT_GOST_ENGINE_LINKED)
+
+# Boost.Filesystem's random file names come from the CNG random source.
+set_property(TARGET Boost::filesystem APPEND PROPERTY INTERFACE_LINK_LIBRARIES bcrypt)
