@@ -23,6 +23,15 @@ target_link_libraries(ict_boost INTERFACE Boost::headers Boost::program_options
 target_compile_definitions(ict_boost INTERFACE BOOST_FILESYSTEM_NO_DEPRECATED
                            BOOST_BIND_GLOBAL_PLACEHOLDERS)
 
+# The GOST engine: on Linux OpenSSL loads the distribution's engine module at
+# run time; on Windows it is linked in (IctWindows.cmake).
+add_library(ict_gost_engine INTERFACE)
+target_include_directories(ict_gost_engine INTERFACE
+                           ${CMAKE_SOURCE_DIR}/component/crypto/gost_engine/include)
+if(WIN32)
+    include(IctWindows)
+endif()
+
 if(ICT_BUILD_TESTS)
     find_package(GTest REQUIRED)
 endif()
