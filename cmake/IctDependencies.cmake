@@ -12,6 +12,9 @@ add_library(ict_tinyxml INTERFACE)
 target_include_directories(ict_tinyxml SYSTEM INTERFACE ${TINYXML_INCLUDE_DIR})
 target_link_libraries(ict_tinyxml INTERFACE ${TINYXML_LIBRARY})
 
+# Checks every XML text before TinyXML builds a document from it.
+find_package(EXPAT REQUIRED)
+
 add_library(ict_boost INTERFACE)
 target_link_libraries(ict_boost INTERFACE Boost::headers Boost::program_options
                       Boost::filesystem Boost::regex)
@@ -19,6 +22,15 @@ target_link_libraries(ict_boost INTERFACE Boost::headers Boost::program_options
 # the old bind header; keeping its global placeholders silences its notice.
 target_compile_definitions(ict_boost INTERFACE BOOST_FILESYSTEM_NO_DEPRECATED
                            BOOST_BIND_GLOBAL_PLACEHOLDERS)
+
+# The GOST engine: on Linux OpenSSL loads the distribution's engine module at
+# run time; on Windows it is linked in (IctWindows.cmake).
+add_library(ict_gost_engine INTERFACE)
+target_include_directories(ict_gost_engine INTERFACE
+                           ${CMAKE_SOURCE_DIR}/component/crypto/gost_engine/include)
+if(WIN32)
+    include(IctWindows)
+endif()
 
 if(ICT_BUILD_TESTS)
     find_package(GTest REQUIRED)

@@ -8,7 +8,7 @@ packages=(
     libboost-program-options-dev libboost-filesystem-dev libboost-regex-dev libboost-dev
     libboost-date-time-dev
     libssl-dev openssl libengine-gost-openssl
-    libtinyxml-dev zlib1g-dev
+    libtinyxml-dev libexpat1-dev zlib1g-dev
     libgtest-dev libgmock-dev libbenchmark-dev
     g++-mingw-w64-i686 gcc-mingw-w64-x86-64 clang libclang-rt-14-dev
     osslsigncode rhash clang-format ccache

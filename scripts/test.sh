@@ -1,7 +1,10 @@
 #!/usr/bin/env bash
 # The whole test lane: dependencies, the sanitizer build (`test` preset:
 # AddressSanitizer + UndefinedBehaviorSanitizer, warnings as errors), the
-# Windows compile check and every test. Exits non-zero when any step fails.
+# Windows compile check and every test. ICT_WINDOWS_LANE=1 adds the Windows
+# lane (scripts/windows-test.sh: both MinGW builds, the suite under Wine); it
+# stays opt-in until its suite passes and its fresh build fits the CI budget.
+# Exits non-zero when any step fails.
 set -uo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -34,14 +37,23 @@ step "Tests"
 ctest --preset test || failed+=("tests")
 
 # The parsers of untrusted input (signature blocks, CMS trailers, revocation
-# containers) are fuzzed for a bounded time with clang's libFuzzer.
+# containers, manifests, generation configurations, placeholders) are fuzzed
+# for a bounded time with clang's libFuzzer.
 step "Fuzz (bounded)"
-fuzz_targets=(dsvm_signature_block vds_signature vds_container)
+fuzz_targets=(dsvm_signature_block vds_signature vds_container manifest_reader generation_config
+    placeholder_expansion)
 if cmake --preset fuzz -DICT_FUZZ_SECONDS="${ICT_FUZZ_SECONDS:-20}" >/dev/null &&
     cmake --build --preset fuzz --target "${fuzz_targets[@]}"; then
     ctest --test-dir build/fuzz -R '^fuzz\.' --output-on-failure || failed+=("fuzzing")
 else
     failed+=("fuzz build")
+fi
+
+step "Windows lane"
+if [[ "${ICT_WINDOWS_LANE:-0}" == 1 ]]; then
+    bash scripts/windows-test.sh || failed+=("windows lane")
+else
+    echo "Windows lane not run: set ICT_WINDOWS_LANE=1 (its Wine suite does not pass yet)"
 fi
 
 if [[ ${#failed[@]} -ne 0 ]]; then

@@ -97,6 +97,20 @@ TEST_F(RunStatisticsTest, RunReportsAndCountsEachOutcomeWithoutPassingFailuresOn
                     EndsWith(" DEBUG registry path HKLM\\Key filtered")));
 }
 
+// The line saying where a failure happened comes before the failure line,
+// which keeps its own text.
+TEST_F(RunStatisticsTest, WhereAFailureHappenedIsShownFirst) {
+    auto statistics = MakeStatistics(false);
+    statistics.Run(ObjectKind::Manifests, "manifest", "a.xml, b.xml", [] {
+        ICT_THROW(Exception("mismatched tag")
+                  << ErrorContextInfo("Manifest file b.xml is invalid at row 3, column 2: "
+                                      "mismatched tag"));
+    });
+    EXPECT_EQ(err_.str(),
+              "Manifest file b.xml is invalid at row 3, column 2: mismatched tag\n"
+              "manifest a.xml, b.xml failed. Reason: mismatched tag\n");
+}
+
 TEST_F(RunStatisticsTest, ProgressLinesNeedVerboseButFailuresAlwaysShow) {
     auto statistics = MakeStatistics(false);
     statistics.Run(ObjectKind::Files, "file", "/a", [] {});

@@ -120,6 +120,47 @@ TEST_F(EnvironmentTest, RecursionEndsWithAnErrorNamingTheKey) {
               "Environment variable P used recursively");
 }
 
+// Values that double at each level would need gigabytes a few levels on;
+// the expansion stops at the longest Windows path, counted in characters.
+TEST_F(EnvironmentTest, ExpansionStopsAtTheLongestPath) {
+    for (int level = 0; level < 30; ++level) {
+        const std::string next = "%K" + std::to_string(level + 1) + "%";
+        environment_.SetValue("K" + std::to_string(level), next + next);
+    }
+    environment_.SetValue("K30", "x");
+    // K15 holds 32,768 characters: one too many. The bound holds for every
+    // pass: K17 gives 8,192 characters, but on the way 8,192 copies of
+    // "%K30%" are more than the bound; K18 stays below it all the way.
+    // Without a bound K0 would need gigabytes: it comes only after K15.
+    ASSERT_EQ(FailureOf([&] { environment_.Expand("%K15%"); }),
+              "Expanded text of %K15% is too long");
+    EXPECT_EQ(FailureOf([&] { environment_.Expand("%K0%"); }), "Expanded text of %K0% is too long");
+    EXPECT_EQ(FailureOf([&] { environment_.Expand("%K17%"); }),
+              "Expanded text of %K17% is too long");
+    EXPECT_EQ(environment_.Expand("%K18%"), std::string(4096, 'x'));
+    environment_.SetValue("Long", std::string(Environment::kMaxExpandedLength, 'b'));
+    EXPECT_EQ(environment_.Expand("%Long%").size(), Environment::kMaxExpandedLength);
+    EXPECT_EQ(FailureOf([&] { environment_.Expand("y%Long%"); }),
+              "Expanded text of y%Long% is too long");
+
+    const std::string longest(Environment::kMaxExpandedLength, 'a');
+    EXPECT_EQ(environment_.Expand(longest).size(), longest.size());
+    EXPECT_EQ(environment_.Expand("%K30%" + longest.substr(1)).size(), longest.size());
+    // The start of a long text names it, cut after 64 characters.
+    EXPECT_EQ(FailureOf([&] { environment_.Expand(longest + "a"); }),
+              "Expanded text of " + std::string(64, 'a') + "... is too long");
+    EXPECT_EQ(FailureOf([&] { environment_.Expand("%K30%" + longest); }),
+              "Expanded text of %K30%" + std::string(59, 'a') + "... is too long");
+    // Characters, not bytes: 32,767 two-byte characters are a path Windows takes.
+    std::string wide;
+    for (std::size_t index = 1; index < Environment::kMaxExpandedLength; ++index) {
+        wide += "\xC3\xA9";
+    }
+    EXPECT_EQ(environment_.Expand("%K30%" + wide).size(), 1 + wide.size());
+    EXPECT_EQ(FailureOf([&] { environment_.Expand("%K30%%K30%" + wide); }),
+              "Expanded text of %K30%%K30%" + std::string(wide, 0, 54) + "... is too long");
+}
+
 TEST_F(EnvironmentTest, ProcessEnvironmentTakesPrecedence) {
     ScopedProcessVariable variable("ICT_TEST_ROOT", "/from/process");
     environment_.SetValue("ICT_TEST_ROOT", "/from/manifest");

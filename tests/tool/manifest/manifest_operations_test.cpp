@@ -343,9 +343,12 @@ TEST_F(ExpandManifestTest, RekeysFilesAndKeepsThoseThatNowMeetApart) {
     EXPECT_EQ(manifest.directories[0]->files[0]->path, "/opt/p/bin/x");
 }
 
-TEST_F(ExpandManifestTest, ExpandsRegistryNamesAndEnvironmentValuesButKeepsTheirBackslashes) {
+TEST_F(ExpandManifestTest, ExpandsRegistryNamesButKeepsTheirBackslashesAndEntriesAsWritten) {
+    environment_->SetValue("Loop", "%Loop%/x");
     Manifest manifest;
     manifest.environments.push_back({{}, environment_, "Bin", "%ProductRoot%\\bin"});
+    // Nothing uses it, so it cannot fail the manifest.
+    manifest.environments.push_back({{}, environment_, "Loop", "%Loop%/x"});
     auto key = std::make_unique<RegistryInfo>();
     key->environment = environment_;
     key->path = "HKEY_LOCAL_MACHINE\\SOFTWARE\\%Other%";
@@ -354,7 +357,8 @@ TEST_F(ExpandManifestTest, ExpandsRegistryNamesAndEnvironmentValuesButKeepsTheir
 
     ExpandManifest(manifest);
 
-    EXPECT_EQ(manifest.environments[0].value, "/opt/p\\bin");
+    EXPECT_EQ(manifest.environments[0].value, "%ProductRoot%\\bin");
+    EXPECT_EQ(manifest.environments[1].value, "%Loop%/x");
     EXPECT_EQ(manifest.registries[0]->path, "HKEY_LOCAL_MACHINE\\SOFTWARE\\/opt/p/bin");
     EXPECT_EQ(manifest.registries[0]->values[0]->name, "/opt/p\\bin\\v");
 }

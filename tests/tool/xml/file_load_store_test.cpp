@@ -88,6 +88,79 @@ TEST(XmlLoadTest, FailuresNameTheFileOrTheProblem) {
     }
 }
 
+// The failure line names neither the file nor where; the line made for it
+// does, in one of three forms.
+TEST(XmlLoadTest, ContentFailuresCarryALineNamingTheFileAndWhere) {
+    ict_test::TempDir directory;
+    struct Case {
+        const char* what;
+        std::string text;
+        std::string line;  // after "Manifest file <path> is invalid"
+    };
+    const Case cases[] = {
+        {"parse error", "<Manifest>\n  <File path=\"a\">\n</Manifest>\n",
+         " at row 3, column 3: mismatched tag"},
+        {"invalid name", "<Manifest>\n\n  <File arch=\"x86\"/>\n</Manifest>\n",
+         " at row 3: Invalid name: x86"},
+        {"invalid number", "<Manifest>\n<Files><File minVersionNt=\"abc\"/></Files></Manifest>",
+         " at row 2: Invalid number: abc"},
+        {"base64", "<Manifest><File>\n<Check value=\"A*\"/></File></Manifest>",
+         " at row 2: attempt to decode a value not in base64 char set"},
+        {"no root", "<Config/>", ": XML node Manifest is absent"},
+        {"empty environment value", "<Manifest><Environment key=\"A\" value=\"\"/></Manifest>",
+         ": Value of environment variable A is empty"},
+    };
+    for (const auto& item : cases) {
+        SCOPED_TRACE(item.what);
+        const auto path = directory / "manifest.xml";
+        ict_test::WriteText(path, item.text);
+        try {
+            File(nullptr).Load(path);
+            ADD_FAILURE() << "loaded";
+        } catch (...) {
+            EXPECT_EQ(CurrentExceptionContext(),
+                      "Manifest file " + path.string() + " is invalid" + item.line);
+        }
+    }
+    // A file that cannot be opened says so itself.
+    try {
+        File(nullptr).Load(directory / "missing.xml");
+        ADD_FAILURE() << "loaded";
+    } catch (...) {
+        EXPECT_EQ(CurrentExceptionContext(), "");
+    }
+}
+
+// Entries are stored as written and only those that apply on this system:
+// a later entry for another system does not replace the one that applies,
+// and an entry nothing uses cannot fail the manifest.
+TEST(XmlLoadTest, EnvironmentEntriesHonourTheirConditions) {
+    ict_test::TempDir directory;
+    const auto path = directory / "manifest.xml";
+    ict_test::WriteText(path,
+                        "<Manifest>\n"
+                        "  <Environment key=\"Dir\" value=\"bin\"/>\n"
+                        "  <Environment key=\"Dir\" value=\"windows\" os=\"Windows\"/>\n"
+                        "  <Environment key=\"Dir\" value=\"\" arch=\"E2K32\"/>\n"
+                        "  <Environment key=\"Loop\" value=\"%Loop%/x\"/>\n"
+                        "  <File path=\"%ProductRoot%/%Dir%/a\"/>\n"
+                        "</Manifest>\n");
+    platform::SystemFacts facts;
+    facts.platform = platform::kPlatformLinux;
+    facts.archCode = platform::kArchX86_64;
+    const FilterEvaluator filter(nullptr, SystemInfo({}, facts));
+
+    auto manifest = File(nullptr).Load(path, &filter);
+    const auto& environment = *manifest->environments[0].environment;
+    EXPECT_EQ(environment.GetValue("Dir"), "bin");
+    EXPECT_EQ(environment.GetValue("Loop"), "%Loop%/x");
+    ExpandManifest(*manifest);
+    EXPECT_EQ(manifest->files.begin()->first, directory.Path() / "bin" / "a");
+
+    // Without a filter every entry is set, in order, so the empty one fails.
+    EXPECT_THROW(File(nullptr).Load(path), Exception);
+}
+
 TEST(XmlStoreTest, StoreWritesTheFileAndTracesIt) {
     ict_test::TempDir directory;
     const auto path = directory / "out.xml";

@@ -77,6 +77,53 @@ TEST(XmlWriteTest, WriteThenReadGivesTheSameModel) {
     EXPECT_EQ(WriteXml(*reread), text);
 }
 
+// Texts that look like markup or references, and characters XML only takes
+// as references, must come back as they were, however often a manifest is
+// normalised.
+TEST(XmlWriteTest, EveryTextComesBackAsItWas) {
+    const std::string texts[] = {
+        "a&#x41;b",
+        "&#x26;",
+        "x&#x",
+        "&#x\"<'>;",
+        "&#65;&amp;&lt;",
+        "tab\there",
+        "line\nend\r\n",
+        "&&#x&&#x;",
+        "del \x7F",
+        "  two  blanks  ",
+        "\xC3\xA9\xE2\x82\xAC",
+        "%A%&%B%",
+    };
+    for (const std::string& text : texts) {
+        SCOPED_TRACE(text);
+        Manifest manifest;
+        manifest.productName = text;
+        manifest.environments.push_back({{}, nullptr, text, text});
+        manifest.environments.back().filter.defined = text;
+        auto file = MakeFile(text);
+        file->checks.push_back({CheckType::Exists, {}});
+        AddFile(manifest.files, std::move(file));
+        auto registry = std::make_unique<RegistryInfo>();
+        registry->path = text;
+        registry->values.push_back(std::make_unique<RegistryValueInfo>());
+        registry->values[0]->name = text;
+        manifest.registries.push_back(std::move(registry));
+
+        const std::string written = WriteXml(manifest);
+        const auto reread = ReadXml(written);
+        EXPECT_EQ(reread->productName, text);
+        EXPECT_EQ(reread->environments.at(0).key, text);
+        EXPECT_EQ(reread->environments.at(0).value, text);
+        EXPECT_EQ(reread->environments.at(0).filter.defined, text);
+        EXPECT_EQ(reread->files.begin()->second->path.string(), text);
+        EXPECT_EQ(reread->registries.at(0)->path, text);
+        EXPECT_EQ(reread->registries.at(0)->values.at(0)->name, text);
+        // A second normalisation changes nothing.
+        EXPECT_EQ(WriteXml(*reread), written);
+    }
+}
+
 TEST(XmlWriteTest, AttributesComeInTheirFixedOrder) {
     const std::string text = WriteXml(*FullManifest());
     EXPECT_THAT(

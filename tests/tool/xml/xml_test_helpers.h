@@ -21,8 +21,7 @@ inline std::string TextOf(const ruk::MemoryIO& io) {
 
 inline ManifestPtr ReadXml(const std::string& text) {
     auto io = MemoryStream(text);
-    TiXmlDocument document;
-    return File(nullptr).Read(*io, document);
+    return File(nullptr).Read(*io);
 }
 
 inline std::string WriteXml(const Manifest& manifest) {

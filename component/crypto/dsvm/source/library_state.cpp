@@ -10,6 +10,8 @@
 #include <openssl/engine.h>
 #include <openssl/err.h>
 
+#include "gost_engine/linked_engine.h"
+
 namespace dsvm::detail {
 namespace {
 
@@ -27,6 +29,7 @@ DsvmResult gEngineResult = DSVM_E_CRYPTO;
 // supports well.
 void LoadEngine() {
     OPENSSL_init_crypto(OPENSSL_INIT_ENGINE_DYNAMIC | OPENSSL_INIT_LOAD_CONFIG, nullptr);
+    gost_engine::AddLinkedEngine();
     ENGINE* engine = ENGINE_by_id("gost");
     if (engine == nullptr) {
         ERR_clear_error();

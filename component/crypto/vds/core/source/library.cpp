@@ -9,6 +9,7 @@
 #include <openssl/engine.h>
 #include <openssl/err.h>
 
+#include "gost_engine/linked_engine.h"
 #include "vds/vds_core.h"
 
 namespace vds::core {
@@ -17,6 +18,7 @@ namespace {
 std::atomic<bool> initialized{false};
 
 bool LoadGostEngine() {
+    gost_engine::AddLinkedEngine();
     ENGINE* engine = ENGINE_by_id("gost");
     if (engine == nullptr) {
         ERR_clear_error();

@@ -22,7 +22,7 @@ const char* FileNotFoundInManifest() {
 // another system never lends its checks to one that applies here.
 ManifestPtr LoadApplicable(const boost::filesystem::path& path, const TracerPtr& tracer,
                            const FilterEvaluator& filter, FilteredRecords& filtered) {
-    ManifestPtr manifest = xml::File(tracer).Load(path);
+    ManifestPtr manifest = xml::File(tracer).Load(path, &filter);
     ExpandManifest(*manifest);
     SelectApplicable(*manifest, filter, filtered);
     return manifest;

@@ -24,8 +24,8 @@ struct LoadedManifests {
 // ", " when several are merged.
 std::string JoinManifestNames(const std::set<boost::filesystem::path>& paths);
 
-// Reads the manifests in path order; each is expanded through its own
-// environment and put to the filter record by record before anything is
+// Reads the manifests in path order (environment entries that `filter` keeps
+// out are not set); each is expanded through its own environment and put to the filter record by record before anything is
 // merged. Every further manifest is then merged into the first, tracing
 // "Merge %1% -> %2% ..." at 800 before each merge. Reading and merging errors
 // pass through unchanged.

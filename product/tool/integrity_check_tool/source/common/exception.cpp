@@ -9,7 +9,9 @@ Exception::Exception(std::string message) : message_(std::move(message)) {
     *this << Description(message_);
 }
 
-const char* Exception::what() const noexcept { return message_.c_str(); }
+const char* Exception::what() const noexcept {
+    return message_.c_str();
+}
 
 std::string CurrentExceptionText() {
     try {
@@ -23,6 +25,19 @@ std::string CurrentExceptionText() {
     }
 }
 
-std::string CurrentExceptionDiagnostic() { return boost::current_exception_diagnostic_information(); }
+std::string CurrentExceptionContext() {
+    try {
+        throw;
+    } catch (const boost::exception& error) {
+        const std::string* context = boost::get_error_info<ErrorContextInfo>(error);
+        return context != nullptr ? *context : std::string();
+    } catch (...) {
+        return std::string();
+    }
+}
+
+std::string CurrentExceptionDiagnostic() {
+    return boost::current_exception_diagnostic_information();
+}
 
 }  // namespace integrity_check_tool

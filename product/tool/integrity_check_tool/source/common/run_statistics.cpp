@@ -9,19 +9,31 @@ namespace {
 
 const char* SummaryLine(std::size_t kind) {
     static const char* const kLines[] = {
-        "\tManifests: %1% / %2% / %3%",   "\tFiles: %1% / %2% / %3%",
-        "\tDirectories: %1% / %2% / %3%", "\tRegistries: %1% / %2% / %3%",
+        "\tManifests: %1% / %2% / %3%",       "\tFiles: %1% / %2% / %3%",
+        "\tDirectories: %1% / %2% / %3%",     "\tRegistries: %1% / %2% / %3%",
         "\tRegistry values: %1% / %2% / %3%",
     };
     return kLines[kind];
 }
 
-const char* SummarySeparator() { return "===============================================>"; }
-const char* SummaryTitle() { return "Summary( failed / skipped / succeeded ):"; }
-const char* ObjectProcessing() { return "Processing %1% %2% ..."; }
-const char* ObjectSucceeded() { return "%1% %2% succeeded"; }
-const char* ObjectFailed() { return "%1% %2% failed. Reason: %3%"; }
-const char* ObjectFiltered() { return "%1% %2% filtered"; }
+const char* SummarySeparator() {
+    return "===============================================>";
+}
+const char* SummaryTitle() {
+    return "Summary( failed / skipped / succeeded ):";
+}
+const char* ObjectProcessing() {
+    return "Processing %1% %2% ...";
+}
+const char* ObjectSucceeded() {
+    return "%1% %2% succeeded";
+}
+const char* ObjectFailed() {
+    return "%1% %2% failed. Reason: %3%";
+}
+const char* ObjectFiltered() {
+    return "%1% %2% filtered";
+}
 
 }  // namespace
 
@@ -35,9 +47,15 @@ const RunStatistics::Counters& RunStatistics::Get(std::size_t kind) const {
     return counters_[kind];
 }
 
-void RunStatistics::CountSuccess(std::size_t kind) { ++const_cast<Counters&>(Get(kind)).succeeded; }
-void RunStatistics::CountSkip(std::size_t kind) { ++const_cast<Counters&>(Get(kind)).skipped; }
-void RunStatistics::CountFailure(std::size_t kind) { ++const_cast<Counters&>(Get(kind)).failed; }
+void RunStatistics::CountSuccess(std::size_t kind) {
+    ++const_cast<Counters&>(Get(kind)).succeeded;
+}
+void RunStatistics::CountSkip(std::size_t kind) {
+    ++const_cast<Counters&>(Get(kind)).skipped;
+}
+void RunStatistics::CountFailure(std::size_t kind) {
+    ++const_cast<Counters&>(Get(kind)).failed;
+}
 
 void RunStatistics::PrintSummary() {
     output_->Write(ConsoleOutput::Result, SummarySeparator());
@@ -60,11 +78,19 @@ bool RunStatistics::Run(std::size_t kind, const std::string& word, const std::st
         check();
     } catch (...) {
         CountFailure(kind);
-        const std::string failed = MessageFormat(ObjectFailed(), word, name, CurrentExceptionText());
-        output_->Write(ConsoleOutput::Error, failed);
-        // On the console the error line is already shown; the log file gets it too.
-        if (tracer_->WritesToFile()) {
-            tracer_->Write(trace_level::Error, failed);
+        // Where it happened comes first, on a line of its own.
+        const std::string context = CurrentExceptionContext();
+        const std::string failed =
+            MessageFormat(ObjectFailed(), word, name, CurrentExceptionText());
+        for (const std::string* line : {&context, &failed}) {
+            if (line->empty()) {
+                continue;
+            }
+            output_->Write(ConsoleOutput::Error, *line);
+            // On the console the error line is already shown; the log file gets it too.
+            if (tracer_->WritesToFile()) {
+                tracer_->Write(trace_level::Error, *line);
+            }
         }
         return false;
     }

@@ -7,10 +7,6 @@
 namespace integrity_check_tool {
 namespace {
 
-const char* NotUtf8() {
-    return "File name %1% is not valid UTF-8";
-}
-
 template <typename Char>
 bool IsDriveLetter(Char character) {
     return (character >= Char('A') && character <= Char('Z')) ||
@@ -35,6 +31,10 @@ std::u16string ToUtf16(const std::wstring& name, const boost::filesystem::path&)
     return std::u16string(name.begin(), name.end());
 }
 #else
+const char* NotUtf8() {
+    return "File name %1% is not valid UTF-8";
+}
+
 std::u16string ToUtf16(const std::string& name, const boost::filesystem::path& path) {
     std::u16string units;
     if (!Utf8ToUtf16(name, &units)) {

@@ -6,12 +6,15 @@
 #include <set>
 
 #include <tinyxml.h>
+#include <boost/exception/get_error_info.hpp>
 
 #include "common/exception.h"
 #include "common/message_format.h"
 #include "manifest/path_text.h"
 #include "ruk/io.h"
 #include "xml/attributes.h"
+#include "xml/errors.h"
+#include "xml/text_check.h"
 
 namespace integrity_check_tool::generate {
 namespace {
@@ -260,6 +263,7 @@ ruk::result_t ReadText(const boost::filesystem::path& path, std::string& text) {
         result = io->GetSize(&size);
     }
     if (ruk::Succeeded(result)) {
+        xml::CheckXmlTextSize(size);
         text.resize(static_cast<std::size_t>(size));
         std::size_t read = 0;
         result = ruk::ReadFully(*io, text.data(), text.size(), &read);
@@ -272,6 +276,17 @@ ruk::result_t ReadText(const boost::filesystem::path& path, std::string& text) {
 
 GenerationConfig ParseGenerationConfig(const std::string& text,
                                        const boost::filesystem::path& origin) {
+    // The document builder is handed only a text that expat has found
+    // well-formed and within bounds; it reads past the end of a broken one.
+    try {
+        xml::CheckXmlText(text.data(), text.size());
+    } catch (const Exception& error) {
+        const int* row = boost::get_error_info<xml::XmlRowInfo>(error);
+        const int* column = boost::get_error_info<xml::XmlColumnInfo>(error);
+        ICT_THROW(Exception(MessageFormat(InvalidConfig(), origin.string(), row ? *row : 1,
+                                          error.GetMessage()))
+                  << xml::XmlRowInfo(row ? *row : 1) << xml::XmlColumnInfo(column ? *column : 1));
+    }
     TiXmlDocument document;
     document.Parse(text.c_str(), nullptr, TIXML_ENCODING_UTF8);
     if (document.Error()) {

@@ -1,7 +1,6 @@
 #include "manifest/environment.h"
 
-#include <algorithm>
-#include <vector>
+#include <set>
 
 #include <boost/regex.hpp>
 
@@ -31,6 +30,53 @@ const char* UsedRecursively() {
 const char* VariableSet() {
     return "Environment variable %1% is set to %2%";
 }
+const char* TooLong() {
+    return "Expanded text of %1% is too long";
+}
+
+// How much of a text a message shows.
+constexpr std::size_t kShownStart = 64;
+
+bool IsContinuationByte(char c) {
+    return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
+}
+
+// The start of `text` for a message, cut after a whole character.
+std::string TextStart(const std::string& text) {
+    if (text.size() <= kShownStart) {
+        return text;
+    }
+    std::size_t end = kShownStart;
+    while (end > 0 && IsContinuationByte(text[end])) {
+        --end;
+    }
+    return text.substr(0, end) + "...";
+}
+
+// A text being built by expansion, counted in characters (UTF-8) as it grows,
+// so that doubling values stop at the bound instead of filling memory.
+class BoundedText {
+public:
+    BoundedText(std::string& text, const std::string& original) : text_(text), original_(original) {
+        text_.clear();
+    }
+
+    void Append(const std::string& source, std::size_t from, std::size_t count) {
+        const std::size_t end = count == std::string::npos ? source.size() : from + count;
+        for (std::size_t at = from; at < end; ++at) {
+            characters_ += IsContinuationByte(source[at]) ? 0 : 1;
+        }
+        if (characters_ > Environment::kMaxExpandedLength) {
+            ICT_THROW(Exception(MessageFormat(TooLong(), TextStart(original_))));
+        }
+        text_.append(source, from, end - from);
+    }
+
+private:
+    std::string& text_;
+    const std::string& original_;
+    std::size_t characters_ = 0;
+};
 
 }  // namespace
 
@@ -95,42 +141,46 @@ boost::optional<std::string> Environment::FindValue(const std::string& key) cons
     return boost::none;
 }
 
-bool Environment::ExpandPass(const std::string& text, ExpandContext& context,
-                             std::string& result) const {
-    result.clear();
+bool Environment::ExpandPass(const std::string& text, const std::string& original,
+                             ExpandContext& context, std::string& result) const {
+    BoundedText bounded(result, original);
     bool substituted = false;
     // A key met twice in one pass ("%A%\%A%") is one use; only a key that
     // comes back through a value in a later pass is a recursion.
-    std::vector<std::string> usedInPass;
+    std::set<std::string> usedInPass;
     std::size_t copied = 0;
     for (auto placeholder = FindPlaceholder(text, 0); placeholder;
          placeholder = FindPlaceholder(text, placeholder->end)) {
-        const std::string key = text.substr(placeholder->keyBegin, placeholder->KeyLength());
-        auto value = FindValue(key);
+        std::string key = text.substr(placeholder->keyBegin, placeholder->KeyLength());
+        const auto value = FindValue(key);
         if (!value) {
             continue;
         }
-        if (std::find(usedInPass.begin(), usedInPass.end(), key) == usedInPass.end()) {
+        if (usedInPass.count(key) == 0) {
             context.UseKey(key);
-            usedInPass.push_back(key);
+            usedInPass.insert(std::move(key));
         }
-        result.append(text, copied, placeholder->begin - copied);
-        result += *value;
+        bounded.Append(text, copied, placeholder->begin - copied);
+        bounded.Append(*value, 0, std::string::npos);
         copied = placeholder->end;
         substituted = true;
     }
-    result.append(text, copied, std::string::npos);
+    bounded.Append(text, copied, std::string::npos);
     return substituted;
 }
 
 std::string Environment::Expand(const std::string& text) const {
     if (text.find('%') == std::string::npos) {
+        if (text.size() > kMaxExpandedLength) {
+            std::string ignored;
+            BoundedText(ignored, text).Append(text, 0, std::string::npos);
+        }
         return text;
     }
     ExpandContext context(*this);
     std::string current = text;
     std::string next;
-    while (ExpandPass(current, context, next)) {
+    while (ExpandPass(current, text, context, next)) {
         current.swap(next);
     }
     return current;

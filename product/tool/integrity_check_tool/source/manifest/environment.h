@@ -48,13 +48,20 @@ public:
     // Throws Exception "Unknown environment variable %1%" when no source has it.
     std::string GetValue(const std::string& key) const;
 
+    // The longest text an expansion may give, in characters: the longest
+    // path Windows knows.
+    static constexpr std::size_t kMaxExpandedLength = 32767;
+
     // Replaces every known placeholder, pass after pass, until a pass finds
-    // nothing to replace; unknown placeholders stay as they are.
+    // nothing to replace; unknown placeholders stay as they are. A result
+    // longer than kMaxExpandedLength throws Exception "Expanded text of %1%
+    // is too long" with the text's start, as soon as a pass gets there.
     std::string Expand(const std::string& text) const;
 
 private:
     boost::optional<std::string> FindValue(const std::string& key) const;
-    bool ExpandPass(const std::string& text, ExpandContext& context, std::string& result) const;
+    bool ExpandPass(const std::string& text, const std::string& original, ExpandContext& context,
+                    std::string& result) const;
 
     TracerPtr tracer_;
     std::map<std::string, std::string> values_;

@@ -42,9 +42,6 @@ void ExpandFiles(FileTable& files) {
 }  // namespace
 
 void ExpandManifest(Manifest& manifest) {
-    for (auto& entry : manifest.environments) {
-        entry.value = ExpandText(entry.environment, entry.value);
-    }
     ExpandFiles(manifest.files);
     for (auto& directory : manifest.directories) {
         directory->path = ExpandPath(directory->environment, directory->path);

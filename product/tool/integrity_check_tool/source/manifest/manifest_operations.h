@@ -12,8 +12,11 @@ namespace integrity_check_tool {
 class FilterEvaluator;
 
 // Gives every record of the manifest the environment and sets each of the
-// manifest's environment entries into it, in manifest order.
-void RegisterEnvironment(Manifest& manifest, const EnvironmentPtr& environment);
+// manifest's environment entries that apply on this system (every entry when
+// `filter` is null) into it, in manifest order, as written: a value is
+// expanded only where a path or value uses it.
+void RegisterEnvironment(Manifest& manifest, const EnvironmentPtr& environment,
+                         const FilterEvaluator* filter = nullptr);
 
 // Two records of one object must name the same set of check types (values are
 // not compared); otherwise Exception "Mismatch check types found for %1%".
@@ -36,8 +39,8 @@ boost::filesystem::path JoinGroupPath(const boost::filesystem::path& group,
                                       const boost::filesystem::path& member);
 
 // Expands every file path, folder group path and member path, registry key
-// path, registry value name and environment value through the record's own
-// environment. Where the system's separator is '/', backslashes in file
+// path and registry value name through the record's own environment;
+// environment entries stay as written and are expanded when used. Where the system's separator is '/', backslashes in file
 // paths become '/'. Nothing is merged.
 void ExpandManifest(Manifest& manifest);
 

@@ -11,7 +11,8 @@
 namespace integrity_check_tool {
 namespace {
 
-const char* NotUtf8() {
+// Used only where paths are wide.
+[[maybe_unused]] const char* NotUtf8() {
     return "Path %1% is not valid UTF-8";
 }
 

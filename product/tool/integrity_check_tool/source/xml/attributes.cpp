@@ -1,6 +1,7 @@
 #include "xml/attributes.h"
 
 #include "common/enumerations.h"
+#include "manifest/path_text.h"
 #include "xml/errors.h"
 #include "xml/values.h"
 
@@ -80,6 +81,11 @@ boost::optional<std::string> FindAttribute(const TiXmlElement& element, const ch
 std::string GetAttribute(const TiXmlElement& element, const char* name) {
     const char* value = element.Attribute(name);
     return value != nullptr ? std::string(value) : std::string();
+}
+
+boost::filesystem::path GetPathAttribute(const TiXmlElement& element, const char* name) {
+    const std::string* value = element.Attribute(std::string(name));
+    return value != nullptr ? PathFromUtf8(*value) : boost::filesystem::path();
 }
 
 Filter ReadFilter(const TiXmlElement& element) {

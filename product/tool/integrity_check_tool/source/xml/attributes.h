@@ -4,6 +4,7 @@
 #include <string>
 
 #include <tinyxml.h>
+#include <boost/filesystem/path.hpp>
 #include <boost/optional.hpp>
 
 #include "manifest/filter.h"
@@ -13,6 +14,8 @@ namespace integrity_check_tool::xml {
 // The attribute's text, or empty when it is absent.
 std::string GetAttribute(const TiXmlElement& element, const char* name);
 boost::optional<std::string> FindAttribute(const TiXmlElement& element, const char* name);
+// A path attribute (UTF-8), empty when absent; the text is copied once.
+boost::filesystem::path GetPathAttribute(const TiXmlElement& element, const char* name);
 
 // The filter attributes of the current dialect; absent ones stay unset.
 Filter ReadFilter(const TiXmlElement& element);

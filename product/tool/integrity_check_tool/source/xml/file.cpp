@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 
+#include <boost/exception/get_error_info.hpp>
 #include <boost/filesystem/operations.hpp>
 
 #include "common/exception.h"
@@ -14,6 +15,7 @@
 #include "ruk/exception.h"
 #include "xml/manifest_reader.h"
 #include "xml/manifest_writer.h"
+#include "xml/text_check.h"
 
 namespace integrity_check_tool::xml {
 namespace {
@@ -60,39 +62,52 @@ ruk::intrusive_ptr<ruk::IIO> OpenFile(const boost::filesystem::path& path, ruk::
     return io;
 }
 
-std::string ReadWholeStream(ruk::IIO& io) {
-    CheckStream(io.Seek(0, ruk::SeekOrigin::Begin, nullptr), CantReadStream());
-    std::string text;
-    std::uint64_t size = 0;
-    if (ruk::Succeeded(io.GetSize(&size)) && size < text.max_size()) {
-        text.reserve(static_cast<std::size_t>(size));
-    }
-    char buffer[64 * 1024];
-    for (;;) {
-        std::size_t read = 0;
-        CheckStream(ruk::ReadFully(io, buffer, sizeof(buffer), &read), CantReadStream());
-        text.append(buffer, read);
-        if (read < sizeof(buffer)) {
-            return text;
-        }
-    }
+const char* InvalidAt() {
+    return "Manifest file %1% is invalid at row %2%, column %3%: %4%";
+}
+const char* InvalidAtRow() {
+    return "Manifest file %1% is invalid at row %2%: %3%";
+}
+const char* Invalid() {
+    return "Manifest file %1% is invalid: %2%";
 }
 
-void Parse(const std::string& text, TiXmlDocument& document) {
-    // Row and column tracking costs a good part of the parse of a large
-    // manifest; it is switched on only to locate an error.
-    const int tabSize = document.TabSize();
-    document.Clear();
-    document.SetTabSize(0);
-    document.Parse(text.c_str(), nullptr, TIXML_ENCODING_UTF8);
-    document.SetTabSize(tabSize);
-    if (!document.Error()) {
-        return;
+// The manifest's stream as the checker and the reader see it: read in
+// blocks from wherever they ask, never held whole.
+class StreamTextSource : public ITextSource {
+public:
+    explicit StreamTextSource(ruk::IIO& io) : io_(io) {}
+
+    void Seek(std::uint64_t offset) override {
+        CheckStream(io_.Seek(static_cast<std::int64_t>(offset), ruk::SeekOrigin::Begin, nullptr),
+                    CantReadStream());
     }
-    document.Clear();
-    document.Parse(text.c_str(), nullptr, TIXML_ENCODING_UTF8);
-    ICT_THROW(Exception(document.ErrorDesc())
-              << XmlRowInfo(document.ErrorRow()) << XmlColumnInfo(document.ErrorCol()));
+
+    std::size_t Read(char* buffer, std::size_t size) override {
+        std::size_t read = 0;
+        CheckStream(ruk::ReadFully(io_, buffer, size, &read), CantReadStream());
+        return read;
+    }
+
+private:
+    ruk::IIO& io_;
+};
+
+// The line that says which manifest failed and where, shown before the
+// manifest's failure line.
+std::string DescribeFailure(const boost::filesystem::path& path, const boost::exception& error) {
+    const auto* standard = dynamic_cast<const std::exception*>(&error);
+    const std::string reason = standard != nullptr ? standard->what() : "Unknown exception.";
+    const std::string name = PathToUtf8(path);
+    const int* row = boost::get_error_info<XmlRowInfo>(error);
+    const int* column = boost::get_error_info<XmlColumnInfo>(error);
+    if (row != nullptr && column != nullptr) {
+        return MessageFormat(InvalidAt(), name, *row, *column, reason);
+    }
+    if (row != nullptr) {
+        return MessageFormat(InvalidAtRow(), name, *row, reason);
+    }
+    return MessageFormat(Invalid(), name, reason);
 }
 
 void TraceManifest(const TracerPtr& tracer, const char* format, const boost::filesystem::path& path,
@@ -107,19 +122,30 @@ void TraceManifest(const TracerPtr& tracer, const char* format, const boost::fil
 
 File::File(TracerPtr tracer) : tracer_(std::move(tracer)) {}
 
-ManifestPtr File::Read(ruk::IIO& io, TiXmlDocument& document) const {
-    Parse(ReadWholeStream(io), document);
-    return ReadManifest(document);
+ManifestPtr File::Read(ruk::IIO& io, const std::string& origin) const {
+    std::uint64_t size = 0;
+    if (ruk::Succeeded(io.GetSize(&size))) {
+        CheckXmlTextSize(size);
+    }
+    StreamTextSource source(io);
+    ReadContext context(tracer_.get(), origin);
+    return ReadManifest(source, context);
 }
 
-ManifestPtr File::Load(const boost::filesystem::path& path) const {
+ManifestPtr File::Load(const boost::filesystem::path& path, const FilterEvaluator* filter) const {
     auto io = OpenFile(path, ruk::OpenMode::Read, path);
     ManifestPtr manifest;
-    {
-        TiXmlDocument document;
-        manifest = Read(*io, document);
+    try {
+        manifest = Read(*io, PathToUtf8(path));
+        RegisterEnvironment(*manifest, std::make_shared<Environment>(path, tracer_), filter);
+    } catch (boost::exception& error) {
+        // A stream failure names its cause already; anything else is the
+        // manifest's content, and the user needs to know which file and where.
+        if (boost::get_error_info<ruk::ResultCodeInfo>(error) == nullptr) {
+            error << ErrorContextInfo(DescribeFailure(path, error));
+        }
+        throw;
     }
-    RegisterEnvironment(*manifest, std::make_shared<Environment>(path, tracer_));
     TraceManifest(tracer_, ManifestLoaded(), path, *manifest);
     return manifest;
 }

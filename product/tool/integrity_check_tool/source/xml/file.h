@@ -1,6 +1,5 @@
 #pragma once
 
-#include <tinyxml.h>
 #include <boost/filesystem/path.hpp>
 
 #include "manifest/manifest.h"
@@ -8,6 +7,10 @@
 #include "tracer.h"
 #include "xml/errors.h"
 #include "xml/values.h"
+
+namespace integrity_check_tool {
+class FilterEvaluator;
+}
 
 namespace integrity_check_tool::xml {
 
@@ -19,14 +22,21 @@ public:
     // The tracer may be null.
     explicit File(TracerPtr tracer);
 
-    // Parses the whole stream, from its start, into `document` and builds the
-    // manifest from it. A parse error is an Exception with the parser's
-    // description and XmlRowInfo / XmlColumnInfo attached.
-    ManifestPtr Read(ruk::IIO& io, TiXmlDocument& document) const;
+    // Reads the stream, from its start, and builds the manifest from it; the
+    // stream is read in blocks, and each record again on its own, so the
+    // text is never held whole. A text that is not well-formed, or passes the bounds of
+    // CheckXmlText, is an Exception with the parser's description and
+    // XmlRowInfo / XmlColumnInfo attached; a failure in a record carries the
+    // row of its element. `origin` names the manifest in warnings.
+    ManifestPtr Read(ruk::IIO& io, const std::string& origin = "stream") const;
 
     // Reads the file and gives the manifest its Environment (built-in keys
-    // from the path, then the manifest's own entries).
-    ManifestPtr Load(const boost::filesystem::path& path) const;
+    // from the path, then those of the manifest's own entries that `filter`
+    // lets through; every entry when it is null). A failure in the content
+    // carries an ErrorContextInfo line naming the file and, where known, the
+    // row and column.
+    ManifestPtr Load(const boost::filesystem::path& path,
+                     const FilterEvaluator* filter = nullptr) const;
 
     // Replaces the stream's contents with the manifest in the current dialect.
     void Write(const Manifest& manifest, ruk::IIO& io) const;

@@ -10,9 +10,17 @@
 namespace integrity_check_tool::xml {
 namespace {
 
+// All the text of the element as written: comments between pieces of text
+// are left out, nothing else is.
 std::string GetText(const TiXmlElement& element) {
-    const char* text = element.GetText();
-    return text != nullptr ? std::string(text) : std::string();
+    std::string text;
+    for (const TiXmlNode* child = element.FirstChild(); child != nullptr;
+         child = child->NextSibling()) {
+        if (const TiXmlText* piece = child->ToText()) {
+            text += piece->ValueStr();
+        }
+    }
+    return text;
 }
 
 CheckType ReadHashAlgorithm(const TiXmlElement& element) {
@@ -26,33 +34,44 @@ CheckType ReadHashAlgorithm(const TiXmlElement& element) {
     ThrowAttrInvalidValue("algorithm", algorithm);
 }
 
-std::unique_ptr<FileInfo> ReadLegacyFile(const TiXmlElement& element) {
+CheckInfo ReadHash(const TiXmlElement& element, const ReadContext& context) {
+    return context.AtElement(element, [&] {
+        context.WarnUnknownAttributes(element, {"algorithm"}, false);
+        CheckInfo check;
+        check.type = ReadHashAlgorithm(element);
+        check.value = DecodeBase64(GetText(element));
+        return check;
+    });
+}
+
+std::unique_ptr<FileInfo> ReadLegacyFile(const TiXmlElement& element, const ReadContext& context) {
+    context.WarnUnknownLegacyAttributes(element, {});
     auto file = std::make_unique<FileInfo>();
     file->filter = ReadLegacyFilter(element);
     if (const TiXmlElement* path = element.FirstChildElement("Path")) {
-        file->path = PathFromUtf8(GetText(*path));
+        file->path = context.AtElement(*path, [&] { return PathFromUtf8(GetText(*path)); });
     }
     for (const TiXmlElement* hash = element.FirstChildElement("Hash"); hash != nullptr;
          hash = hash->NextSiblingElement("Hash")) {
-        CheckInfo check;
-        check.type = ReadHashAlgorithm(*hash);
-        check.value = DecodeBase64(GetText(*hash));
-        file->checks.push_back(std::move(check));
+        file->checks.push_back(ReadHash(*hash, context));
     }
     return file;
 }
 
 }  // namespace
 
-ManifestPtr ReadLegacyManifest(const TiXmlElement& root) {
-    auto manifest = std::make_unique<Manifest>();
+void ReadLegacyRoot(const TiXmlElement& root, Manifest& manifest, const ReadContext& context) {
+    context.WarnUnknownAttributes(root, {"generationDatetime"}, false);
     // Lower-case "t": the older name, not the current "generationDateTime".
-    manifest->generationDateTime = GetAttribute(root, "generationDatetime");
-    for (const TiXmlElement* element = root.FirstChildElement("File"); element != nullptr;
-         element = element->NextSiblingElement("File")) {
-        AddFile(manifest->files, ReadLegacyFile(*element));
-    }
-    return manifest;
+    manifest.generationDateTime = GetAttribute(root, "generationDatetime");
+}
+
+PendingRecord ReadLegacyRecord(const TiXmlElement& element, const ReadContext& context) {
+    return context.AtElement(element, [&] {
+        PendingRecord record;
+        record.file = ReadLegacyFile(element, context);
+        return record;
+    });
 }
 
 }  // namespace integrity_check_tool::xml
