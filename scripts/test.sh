@@ -37,11 +37,12 @@ step "Tests"
 ctest --preset test || failed+=("tests")
 
 # The parsers of untrusted input (signature blocks, CMS trailers, revocation
-# containers, manifests, generation configurations, placeholders) are fuzzed
+# containers, PE layouts, manifests, generation configurations, placeholders)
+# are fuzzed
 # for a bounded time with clang's libFuzzer.
 step "Fuzz (bounded)"
 fuzz_targets=(dsvm_signature_block vds_signature vds_container manifest_reader generation_config
-    placeholder_expansion)
+    placeholder_expansion vds_pe_layout)
 if cmake --preset fuzz -DICT_FUZZ_SECONDS="${ICT_FUZZ_SECONDS:-20}" >/dev/null &&
     cmake --build --preset fuzz --target "${fuzz_targets[@]}"; then
     ctest --test-dir build/fuzz -R '^fuzz\.' --output-on-failure || failed+=("fuzzing")

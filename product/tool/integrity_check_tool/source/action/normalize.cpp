@@ -63,8 +63,7 @@ ReadManifest ReadRegularManifest(const xml::File& file, const boost::filesystem:
         ICT_THROW(Exception(MessageFormat(CantOpenFile(), PathToUtf8(path), reason)));
     }
     const auto io = ruk::CreateMemoryIO(std::move(bytes));
-    TiXmlDocument document;
-    read.manifest = file.Read(*io, document);
+    read.manifest = file.Read(*io, PathToUtf8(path));
     return read;
 }
 
