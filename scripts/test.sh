@@ -38,8 +38,7 @@ ctest --preset test || failed+=("tests")
 
 # The parsers of untrusted input (signature blocks, CMS trailers, revocation
 # containers, PE layouts, manifests, generation configurations, placeholders)
-# are fuzzed
-# for a bounded time with clang's libFuzzer.
+# are fuzzed for a bounded time with clang's libFuzzer.
 step "Fuzz (bounded)"
 fuzz_targets=(dsvm_signature_block vds_signature vds_container manifest_reader generation_config
     placeholder_expansion vds_pe_layout)
