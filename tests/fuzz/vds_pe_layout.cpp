@@ -8,8 +8,8 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const auto read = [&](std::uint64_t offset, void* buffer, std::size_t count) -> VdsResult {
-        if (offset > size || count > size - offset) {
-            __builtin_trap();  // the parser asked for bytes outside the file
+        if (count == 0 || offset > size || count > size - offset) {
+            __builtin_trap();  // the parser asked for nothing, or for bytes outside the file
         }
         std::memcpy(buffer, data + offset, count);
         return vdsOk;

@@ -145,9 +145,13 @@ private:
             return vdsOk;
         }
         std::vector<std::uint8_t> sectionTable(static_cast<std::size_t>(sectionTableSize));
-        result = read_(sectionTableOffset, sectionTable.data(), sectionTable.size());
-        if (result != vdsOk) {
-            return result;
+        // A program without sections has no table to read; an empty read
+        // would hand the callback no buffer at all.
+        if (!sectionTable.empty()) {
+            result = read_(sectionTableOffset, sectionTable.data(), sectionTable.size());
+            if (result != vdsOk) {
+                return result;
+            }
         }
         for (std::size_t index = 0; index < sectionCount; ++index) {
             const std::uint8_t* header = sectionTable.data() + index * kSectionHeaderSize;
