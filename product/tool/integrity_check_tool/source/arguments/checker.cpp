@@ -125,7 +125,9 @@ std::set<boost::filesystem::path> CheckerArguments::GetManifestPaths() const {
         if (!boost::filesystem::is_regular_file(resolved, error)) {
             ICT_THROW(Exception(MessageFormat(ManifestNotRegularFile(), path)));
         }
-        manifests.insert(resolved);
+        // Windows' canonical form comes back as "Z:/dir\name"; every line that
+        // names the manifest shows it with the system's own separators.
+        manifests.insert(boost::filesystem::path(resolved).make_preferred());
     }
     return manifests;
 }
