@@ -63,6 +63,33 @@ void MakeFifo(const fs::path& path) {
 #endif
 }
 
+fs::path MakeSpecialFile(const fs::path& path) {
+#ifdef _WIN32
+    CreateParent(path);
+    return path.parent_path() / "NUL";
+#else
+    MakeFifo(path);
+    return path;
+#endif
+}
+
+bool SymbolicLinksWork(const fs::path& folder) {
+#ifdef _WIN32
+    const fs::path target = folder / "ict-link-probe-target";
+    const fs::path link = folder / "ict-link-probe";
+    WriteText(target, "");
+    boost::system::error_code error;
+    fs::create_symlink(target, link, error);
+    const bool works = !error && fs::is_symlink(fs::symlink_status(link, error));
+    fs::remove(link, error);
+    fs::remove(target, error);
+    return works;
+#else
+    (void)folder;
+    return true;
+#endif
+}
+
 void SetPermissions(const fs::path& path, fs::perms permissions) {
     fs::permissions(path, permissions);
 }

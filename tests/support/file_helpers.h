@@ -22,6 +22,16 @@ std::string ReadText(const boost::filesystem::path& path);
 // prove a path is never opened.
 void MakeFifo(const boost::filesystem::path& path);
 
+// A path that names something other than a file or folder: on POSIX a named
+// pipe made at `path` (MakeFifo); on Windows the reserved device name "NUL" in the folder of `path`
+// (that name opens the null device whatever folder it stands in). Use the path returned.
+boost::filesystem::path MakeSpecialFile(const boost::filesystem::path& path);
+
+// Whether this system lets the test make symbolic links in `folder`: always
+// on POSIX; on Windows only with the right to make them (and never under
+// Wine 8, whose CreateSymbolicLink reports success but makes nothing).
+bool SymbolicLinksWork(const boost::filesystem::path& folder);
+
 // Sets the permission bits exactly (e.g. boost::filesystem::no_perms).
 void SetPermissions(const boost::filesystem::path& path, boost::filesystem::perms permissions);
 

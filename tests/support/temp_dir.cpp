@@ -27,8 +27,10 @@ TempDir::TempDir() {
     namespace fs = boost::filesystem;
     path_ = fs::temp_directory_path() / fs::unique_path("ict-test-%%%%-%%%%-%%%%-%%%%");
     fs::create_directories(path_);
-    // Canonical, so that tests can compare with paths the programs print.
-    path_ = fs::canonical(path_);
+    // Canonical, so that tests can compare with paths the programs print;
+    // Windows' canonical form mixes both separators, the programs print the
+    // system's own.
+    path_ = fs::canonical(path_).make_preferred();
 }
 
 TempDir::~TempDir() {

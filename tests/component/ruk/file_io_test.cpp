@@ -1,14 +1,17 @@
-#include <cerrno>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
 #include "ruk/io.h"
 #include "support/file_helpers.h"
+#include "support/os_errors.h"
 #include "support/temp_dir.h"
 
 namespace {
+
+namespace os_error = ict_test::os_error;
 
 TEST(RukFileIoTest, CreatesWritesSeeksResizesAndReadsBack) {
     ict_test::TempDir dir;
@@ -49,10 +52,11 @@ TEST(RukFileIoTest, ReportsSystemErrorsForMissingFilesAndDirectories) {
     ict_test::TempDir dir;
     ruk::intrusive_ptr<ruk::IIO> io;
     EXPECT_EQ(ruk::OpenFileIO(dir / "missing", ruk::OpenMode::Read, &io),
-              ruk::MakeOsResult(ENOENT));
+              ruk::MakeOsResult(os_error::kNoEntry));
     EXPECT_EQ(ruk::OpenFileIO(dir / "missing", ruk::OpenMode::ReadWrite, &io),
-              ruk::MakeOsResult(ENOENT));
-    EXPECT_EQ(ruk::OpenFileIO(dir.Path(), ruk::OpenMode::Read, &io), ruk::MakeOsResult(EISDIR));
+              ruk::MakeOsResult(os_error::kNoEntry));
+    EXPECT_EQ(ruk::OpenFileIO(dir.Path(), ruk::OpenMode::Read, &io),
+              ruk::MakeOsResult(os_error::kIsAFolder));
     EXPECT_FALSE(io);
     EXPECT_EQ(ruk::OpenFileIO(dir / "x", ruk::OpenMode::Read, nullptr),
               ruk::result::InvalidArgument);
@@ -60,10 +64,8 @@ TEST(RukFileIoTest, ReportsSystemErrorsForMissingFilesAndDirectories) {
 
 TEST(RukFileIoTest, OnlyRegularFilesOpenForReadingWithoutWaiting) {
     ict_test::TempDir dir;
-    const auto fifo = dir / "pipe";
-    ict_test::MakeFifo(fifo);
-    boost::filesystem::create_symlink("/dev/zero", dir / "zero");
-    boost::filesystem::create_symlink(dir / "gone", dir / "dangling");
+    // Opening a FIFO in blocking mode would wait here for a writer.
+    const auto special = ict_test::MakeSpecialFile(dir / "pipe");
     ict_test::WriteText(dir / "file", "x");
     struct Case {
         boost::filesystem::path path;
@@ -71,14 +73,21 @@ TEST(RukFileIoTest, OnlyRegularFilesOpenForReadingWithoutWaiting) {
         bool missing;
         bool notRegular;
     };
-    // Opening the FIFO in blocking mode would wait here for a writer.
-    const Case cases[] = {
-        {fifo, ruk::result::NotRegularFile, false, true},
-        {dir / "zero", ruk::result::NotRegularFile, false, true},
-        {dir.Path(), ruk::MakeOsResult(EISDIR), false, true},
-        {dir / "dangling", ruk::MakeOsResult(ENOENT), true, false},
-        {dir / "file" / "below", ruk::MakeOsResult(ENOTDIR), true, false},
+    std::vector<Case> cases = {
+        {special, ruk::result::NotRegularFile, false, true},
+        {dir.Path(), ruk::MakeOsResult(os_error::kIsAFolder), false, true},
+        {dir / "file" / "below", ruk::MakeOsResult(os_error::kNotAFolderOnTheWay), true, false},
     };
+    if (ict_test::SymbolicLinksWork(dir.Path())) {
+#ifdef _WIN32
+        boost::filesystem::create_symlink(special, dir / "zero");
+#else
+        boost::filesystem::create_symlink("/dev/zero", dir / "zero");
+#endif
+        boost::filesystem::create_symlink(dir / "gone", dir / "dangling");
+        cases.push_back({dir / "zero", ruk::result::NotRegularFile, false, true});
+        cases.push_back({dir / "dangling", ruk::MakeOsResult(os_error::kNoEntry), true, false});
+    }
     for (const auto& test : cases) {
         ruk::intrusive_ptr<ruk::IIO> io;
         const ruk::result_t code = ruk::OpenFileIO(test.path, ruk::OpenMode::Read, &io);
@@ -89,7 +98,7 @@ TEST(RukFileIoTest, OnlyRegularFilesOpenForReadingWithoutWaiting) {
     }
     EXPECT_EQ(ruk::GetResultText(ruk::result::NotRegularFile), "Not a regular file");
     EXPECT_FALSE(ruk::IsFileMissing(ruk::result::Success));
-    EXPECT_FALSE(ruk::IsNotRegularFile(ruk::MakeOsResult(EACCES)));
+    EXPECT_FALSE(ruk::IsNotRegularFile(ruk::MakeOsResult(os_error::kAccessDenied)));
 }
 
 TEST(RukFileIoTest, AppendModeKeepsWhatIsThereAndWritesAtTheEnd) {

@@ -1,9 +1,7 @@
-#include <cerrno>
-#include <cstring>
-
 #include <gtest/gtest.h>
 
 #include "ruk/result.h"
+#include "support/os_errors.h"
 
 namespace {
 
@@ -24,19 +22,20 @@ TEST(RukResultTest, FrameworkCodesHaveTheirTextsAndCategory) {
 }
 
 TEST(RukResultTest, OsErrorsAreWrappedAsFailuresOfTheirOwnCategory) {
-    const ruk::result_t code = ruk::MakeOsResult(ENOENT);
+    namespace os_error = ict_test::os_error;
+    const ruk::result_t code = ruk::MakeOsResult(os_error::kNoEntry);
     EXPECT_TRUE(ruk::Failed(code));
     EXPECT_TRUE(ruk::IsOsResult(code));
-    EXPECT_EQ(ruk::GetOsError(code), static_cast<std::uint32_t>(ENOENT));
+    EXPECT_EQ(ruk::GetOsError(code), os_error::kNoEntry);
     EXPECT_STREQ(ruk::GetResultCategory(code), "os.result");
-    EXPECT_EQ(ruk::GetResultText(code), std::strerror(ENOENT));
+    EXPECT_EQ(ruk::GetResultText(code), os_error::Text(os_error::kNoEntry));
 
     // Zero is no error; framework codes are not os codes.
     EXPECT_EQ(ruk::MakeOsResult(0), ruk::result::Success);
     EXPECT_FALSE(ruk::IsOsResult(ruk::result::NotFound));
     EXPECT_EQ(ruk::GetOsError(ruk::result::NotFound), 0u);
     // Distinct errors stay distinct.
-    EXPECT_NE(ruk::MakeOsResult(EACCES), code);
+    EXPECT_NE(ruk::MakeOsResult(os_error::kAccessDenied), code);
 }
 
 }  // namespace

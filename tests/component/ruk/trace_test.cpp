@@ -1,4 +1,3 @@
-#include <cerrno>
 #include <iostream>
 #include <sstream>
 #include <string>
@@ -9,12 +8,15 @@
 #include "ruk/service_locator.h"
 #include "ruk/trace.h"
 #include "support/file_helpers.h"
+#include "support/os_errors.h"
+#include "support/regex_match.h"
 #include "support/temp_dir.h"
 
 namespace {
 
+using ict_test::FullyMatches;
 using testing::ElementsAre;
-using testing::MatchesRegex;
+namespace os_error = ict_test::os_error;
 
 TEST(RukTraceTest, LevelWordsFollowTheLevelBands) {
     EXPECT_STREQ(ruk::GetLevelWord(300), "ERROR");
@@ -42,8 +44,8 @@ TEST(RukTraceTest, TracerWritesPrefixedLinesUpToItsLevelToEveryChannel) {
 
     // "%X %I %p": time, thread id, level word, then the text.
     EXPECT_THAT(first->Lines(),
-                ElementsAre(MatchesRegex("[0-9]+:[0-9]+:[0-9]+ [^ ]+ START start-up fact"),
-                            MatchesRegex("[0-9]+:[0-9]+:[0-9]+ [^ ]+ ERROR an error")));
+                ElementsAre(FullyMatches("[0-9]+:[0-9]+:[0-9]+ [^ ]+ START start-up fact"),
+                            FullyMatches("[0-9]+:[0-9]+:[0-9]+ [^ ]+ ERROR an error")));
     EXPECT_EQ(first->Lines(), second->Lines());
 }
 
@@ -61,22 +63,30 @@ TEST(RukTraceTest, FileChannelKeepsTheOldContentAndAppendsEachLine) {
     // The system's own error, not a fixed one.
     ruk::intrusive_ptr<ruk::ITraceChannel> failed;
     EXPECT_EQ(ruk::CreateFileTraceChannel(dir / "no" / "such" / "dir.log", &failed),
-              ruk::MakeOsResult(ENOENT));
-    EXPECT_EQ(ruk::CreateFileTraceChannel(dir.Path(), &failed), ruk::MakeOsResult(EISDIR));
+              ruk::MakeOsResult(os_error::kNoFolderOnTheWay));
+    EXPECT_EQ(ruk::CreateFileTraceChannel(dir.Path(), &failed),
+              ruk::MakeOsResult(os_error::kIsAFolder));
     EXPECT_FALSE(failed);
 }
 
 TEST(RukTraceTest, AFailingFileWriteIsReportedOnceOnStandardError) {
     ruk::intrusive_ptr<ruk::ITraceChannel> channel;
-    // Every write to this device fails as on a full disk.
-    ASSERT_EQ(ruk::CreateFileTraceChannel("/dev/full", &channel), ruk::result::Success);
+    // Every write to this device fails as on a full disk (Wine hands Windows
+    // programs the host's device under the same name).
+    const ruk::result_t opened = ruk::CreateFileTraceChannel("/dev/full", &channel);
+#ifdef _WIN32
+    if (opened != ruk::result::Success) {
+        GTEST_SKIP() << "Windows has no device whose every write fails";
+    }
+#endif
+    ASSERT_EQ(opened, ruk::result::Success);
     std::ostringstream captured;
     std::streambuf* const original = std::cerr.rdbuf(captured.rdbuf());
     channel->WriteLine("one");
     channel->WriteLine("two");
     std::cerr.rdbuf(original);
-    EXPECT_EQ(captured.str(),
-              "Can't write trace file /dev/full. Reason: No space left on device\n");
+    EXPECT_EQ(captured.str(), "Can't write trace file /dev/full. Reason: " +
+                                  os_error::Text(os_error::kDiskFull) + "\n");
 }
 
 TEST(RukTraceTest, RootLocatorHandsOutOneServiceAndFreshTracers) {
