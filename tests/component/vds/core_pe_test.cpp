@@ -8,6 +8,7 @@
 #include <boost/process/search_path.hpp>
 
 #include "core_fixture.h"
+#include "support/host_tools.h"
 #include "support/run_program.h"
 #include "vds/pe_format.h"
 
@@ -319,6 +320,7 @@ void RunTool(const std::string& name, const std::vector<std::string>& arguments,
 }
 
 TEST(PeLayoutTest, ImageDigestMatchesTheOneOsslsigncodeSigned) {
+    ICT_NEEDS_LINUX_TOOL("osslsigncode");
     ict_test::TempDir scratch;
     const auto& dir = scratch.Path();
     ict_test::WriteText(dir / "tiny.c", "int main(void) { return 7; }\n");

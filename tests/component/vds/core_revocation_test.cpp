@@ -2,6 +2,7 @@
 #include <boost/process/search_path.hpp>
 
 #include "core_fixture.h"
+#include "support/host_tools.h"
 #include "support/run_program.h"
 #include "vds/signing.h"
 
@@ -95,6 +96,7 @@ TEST_F(CoreRevocationTest, ContainerDatabasesNameTheirRoots) {
 }
 
 TEST_F(CoreRevocationTest, MatchesTheOpenSslReferenceProducer) {
+    ICT_NEEDS_LINUX_TOOL("openssl");
     const Bytes ours = ict_test::vds::RevocationContainer({"3520p1"});
     ict_test::RunOptions options;
     const auto reference = scratch_ / "reference.p7b";

@@ -1,6 +1,7 @@
 #include "common/signed_file_name.h"
 #include "core_fixture.h"
 #include "support/file_helpers.h"
+#include "support/host_tools.h"
 #include "vds/signature_format.h"
 #include "vds/signing.h"
 
@@ -44,6 +45,7 @@ TEST_F(CoreVerificationTest, OtherKeySizesRootsAndAnIndependentProducerVerify) {
         EXPECT_EQ(result.flags, kGood);
     }
     // `openssl cms -sign` made this one; only the trailer is ours.
+    ICT_NEEDS_LINUX_TOOL("openssl");
     const auto path = scratch_ / "cli.bin";
     ict_test::WriteBytes(path, Pattern(70000));
     ict_test::vds::SignWithOpenSslCommand(path, "signer");

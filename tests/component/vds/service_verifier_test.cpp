@@ -7,6 +7,7 @@
 
 #include "common/signed_file_name.h"
 #include "service_fixture.h"
+#include "support/host_tools.h"
 #include "support/run_program.h"
 #include "vds/signing.h"
 
@@ -243,6 +244,7 @@ TEST_F(ServiceVerifierTest, ContainerProblemsStopTheVerifier) {
 }
 
 TEST_F(ServiceVerifierTest, ARootWithTheSerialButNotTheNameIsNotMatched) {
+    ICT_NEEDS_LINUX_TOOL("openssl");
     // A self-signed impostor carrying the serial number of 3520p1.
     const auto key = scratch_ / "impostor.key";
     const auto certificate = scratch_ / "impostor.der";

@@ -6,6 +6,7 @@
 #include <boost/process/search_path.hpp>
 
 #include "support/file_helpers.h"
+#include "support/host_tools.h"
 #include "support/run_program.h"
 #include "support/temp_dir.h"
 
@@ -16,8 +17,8 @@ using testing::HasSubstr;
 // The revocation policy of a trust set is read at build time; a misspelt
 // root would silently require nothing, so the build refuses it.
 TEST(TrustPolicyTest, OnlyRootNamesMayRequireARevocationList) {
+    ICT_NEEDS_LINUX_TOOL("cmake");
     const auto cmake = boost::process::search_path("cmake");
-    ASSERT_FALSE(cmake.empty());
     const struct {
         const char* policy;
         bool accepted;
@@ -36,8 +37,7 @@ TEST(TrustPolicyTest, OnlyRootNamesMayRequireARevocationList) {
         ict_test::RunOptions options;
         options.arguments = {"-DTRUST_DIR=" + (dir / "set").string(),
                              "-DOUTPUT=" + (dir / "out.cpp").string(),
-                             "-DFILES=roots/crl-must-exist.txt",
-                             "-P",
+                             "-DFILES=roots/crl-must-exist.txt", "-P",
                              (ict_test::SourceDir() / "trust" / "embed_trust.cmake").string()};
         const auto run = ict_test::RunProgram(cmake, options);
         if (test.accepted) {

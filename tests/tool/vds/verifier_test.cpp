@@ -284,12 +284,20 @@ TEST_F(VdsVerifierTest, FileNameBindingUsesTheNameInThePath) {
     EXPECT_TRUE(Traced("AdditionalContent='setup.exe'"));
 
     // A drive letter and colon without a separator: the name after the colon.
-    boost::filesystem::rename(renamed, dir_ / "D:Setup.exe");
+    // On POSIX that is a file name of its own; on Windows it names the file in
+    // the current folder of that drive.
+#ifdef _WIN32
+    const std::string driveRelative = dir_.Path().root_name().string() + "Setup.exe";
+    boost::filesystem::rename(renamed, dir_ / "Setup.exe");
+#else
+    const std::string driveRelative = "D:Setup.exe";
+    boost::filesystem::rename(renamed, dir_ / driveRelative);
+#endif
     const auto previous = boost::filesystem::current_path();
     boost::filesystem::current_path(dir_.Path());
     Bytes content;
     try {
-        bound.Verify("D:Setup.exe", &content);
+        bound.Verify(driveRelative, &content);
     } catch (...) {
         boost::filesystem::current_path(previous);
         throw;
