@@ -48,9 +48,12 @@ TEST_F(FileLookupTest, OriginalPathNeedsNoFurtherStep) {
 }
 
 TEST_F(FileLookupTest, SymbolicLinkIsFoundByItsCanonicalPath) {
+    if (!ict_test::SymbolicLinksWork(dir_.Path())) {
+        GTEST_SKIP() << "this system does not let the test make symbolic links";
+    }
     const auto link = dir_ / "link.dll";
     fs::create_symlink(dir_ / "bin" / "b.dll", link);
-    const auto canonical = fs::canonical(dir_ / "bin" / "b.dll");
+    const auto canonical = fs::canonical(dir_ / "bin" / "b.dll").make_preferred();
     // The table holds the canonical form, as a manifest under a resolved folder would.
     files_.clear();
     Add(canonical);

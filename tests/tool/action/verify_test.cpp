@@ -36,7 +36,7 @@ TEST_F(VerifyTest, PassingManifestCountsEveryObjectAndPrintsSummaryOnce) {
             "\"/></File></Files>\n"
             "<File path=\"%Bin%\\gone.dll\"><Check type=\"NotExists\"/></File>\n"
             "<File path=\"%Bin%\\other.dll\" defined=\"NOT_GIVEN\"><Check/></File>\n"
-            "<Registry path=\"HKLM\\SOFTWARE\\Test\" os=\"Windows\">"
+            "<Registry path=\"HKLM\\SOFTWARE\\Test\" os=\"MacOS\">"
             "<Value name=\"V\" type=\"REG_SZ\"><Check/></Value></Registry>\n");
 
     EXPECT_TRUE(RunVerify(Settings({manifest})));

@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <boost/dll/runtime_symbol_info.hpp>
 #include <boost/filesystem/operations.hpp>
 #include <boost/optional/bad_optional_access.hpp>
 #include <boost/optional/optional_io.hpp>
@@ -156,14 +157,21 @@ TEST_F(ArgumentsTest, SignatureTypeNamesAreExactAndCaseSensitive) {
 }
 
 TEST_F(ArgumentsTest, ManifestPathsAreCanonicalSortedAndUnique) {
-    fs::create_symlink(other_, dir_ / "link.xml");
     fs::create_directories(dir_ / "sub");
     const ScopedCurrentPath inDir(dir_.Path());
-    // Relative, absolute, through a link and through "..": two files in the end.
-    const auto resolved = Parse({other_.string(), "a.xml", "./link.xml", manifest_.string(),
+    // Relative, absolute and through "..": two files in the end, each named
+    // with the system's own separators.
+    const auto resolved = Parse({other_.string(), "a.xml", manifest_.string(),
                                  (dir_ / "sub" / ".." / "a.xml").string()})
                               .GetManifestPaths();
-    EXPECT_THAT(resolved, ElementsAre(manifest_, other_));
+    ASSERT_THAT(resolved, ElementsAre(manifest_, other_));
+    EXPECT_EQ(resolved.begin()->string(), manifest_.string());
+
+    if (!ict_test::SymbolicLinksWork(dir_.Path())) {
+        GTEST_SKIP() << "this system does not let the test make symbolic links";
+    }
+    fs::create_symlink(other_, dir_ / "link.xml");
+    EXPECT_THAT(Parse({"./link.xml", "a.xml"}).GetManifestPaths(), ElementsAre(manifest_, other_));
 }
 
 TEST_F(ArgumentsTest, ManifestPathErrorsNameThePath) {
@@ -173,8 +181,7 @@ TEST_F(ArgumentsTest, ManifestPathErrorsNameThePath) {
         StartsWith("Manifest path \"" + missing.string() + "\" can't be resolved. Reason: "));
     EXPECT_EQ(MessageOf([&] { Parse({dir_.Path().string()}).BuildConfiguration(); }),
               "Manifest path \"" + dir_.Path().string() + "\" resolved to non-regular file");
-    const auto fifo = dir_ / "pipe.xml";
-    ict_test::MakeFifo(fifo);
+    const auto fifo = ict_test::MakeSpecialFile(dir_ / "pipe.xml");
     EXPECT_EQ(MessageOf([&] { Parse({fifo.string()}).GetManifestPaths(); }),
               "Manifest path \"" + fifo.string() + "\" resolved to non-regular file");
 }
@@ -182,7 +189,7 @@ TEST_F(ArgumentsTest, ManifestPathErrorsNameThePath) {
 TEST_F(ArgumentsTest, DefaultManifestLiesBesideTheProgram) {
     // The test program stands in for the checker; no manifest lies beside it,
     // while the current directory has one that must not be taken.
-    const auto expected = fs::read_symlink("/proc/self/exe").parent_path() / "integrity_check.xml";
+    const auto expected = boost::dll::program_location().parent_path() / "integrity_check.xml";
     ASSERT_FALSE(fs::exists(expected));
     ict_test::WriteText(dir_ / "integrity_check.xml", "<Manifest/>");
     const ScopedCurrentPath inDir(dir_.Path());
@@ -194,8 +201,7 @@ TEST_F(ArgumentsTest, RevocationPathMayBeMissingButNotASpecialFile) {
     EXPECT_EQ(Parse({"--crl", (dir_ / "none").string()}).GetCrlPath(), dir_ / "none");
     EXPECT_EQ(Parse({"--crl", manifest_.string()}).GetCrlPath(), manifest_);
     EXPECT_EQ(Parse({"--crl", dir_.Path().string()}).GetCrlPath(), dir_.Path());
-    const auto fifo = dir_ / "crl.fifo";
-    ict_test::MakeFifo(fifo);
+    const auto fifo = ict_test::MakeSpecialFile(dir_ / "crl.fifo");
     EXPECT_EQ(MessageOf([&] {
                   Parse({"--crl", fifo.string()}).GetCrlPath();
               }),
@@ -203,14 +209,12 @@ TEST_F(ArgumentsTest, RevocationPathMayBeMissingButNotASpecialFile) {
 }
 
 TEST_F(ArgumentsTest, SingleFileIsMadeFullButMustBeARegularFile) {
-    fs::create_symlink(manifest_, dir_ / "link");
     fs::create_directories(dir_ / "sub");
     const ScopedCurrentPath inDir(dir_.Path());
     // Neither ".." nor links are resolved as text ("link/.." is the link
     // target's parent): the manifest lookup asks the file system.
-    EXPECT_EQ(Parse({"--single_file", "./sub/../a.xml"}).GetSingleFilePath(),
-              dir_ / "." / "sub" / ".." / "a.xml");
-    EXPECT_EQ(Parse({"--single_file", "link"}).GetSingleFilePath(), dir_ / "link");
+    EXPECT_EQ(Parse({"--single_file", "./sub/../a.xml"}).GetSingleFilePath()->string(),
+              (dir_ / "." / "sub" / ".." / "a.xml").string());
     EXPECT_EQ(MessageOf([&] {
                   Parse({"--single_file", "sub"}).GetSingleFilePath();
               }),
@@ -219,6 +223,17 @@ TEST_F(ArgumentsTest, SingleFileIsMadeFullButMustBeARegularFile) {
                   Parse({"--single_file", "gone"}).GetSingleFilePath();
               }),
               "Path \"gone\" resolved to non-regular file");
+    const auto device = ict_test::MakeSpecialFile(dir_ / "device");
+    EXPECT_EQ(MessageOf([&] {
+                  Parse({"--single_file", device.string()}).GetSingleFilePath();
+              }),
+              "Path \"" + device.string() + "\" resolved to non-regular file");
+
+    if (!ict_test::SymbolicLinksWork(dir_.Path())) {
+        GTEST_SKIP() << "this system does not let the test make symbolic links";
+    }
+    fs::create_symlink(manifest_, dir_ / "link");
+    EXPECT_EQ(Parse({"--single_file", "link"}).GetSingleFilePath(), dir_ / "link");
 }
 
 }  // namespace

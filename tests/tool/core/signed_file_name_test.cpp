@@ -23,6 +23,18 @@ Bytes LittleEndianWithZero(const std::u16string& text) {
     return bytes;
 }
 
+// The path a program holds for UTF-8 text: the bytes themselves on POSIX,
+// their UTF-16 form on Windows (a narrow path there is in the code page).
+boost::filesystem::path PathOf(const std::string& text) {
+#ifdef _WIN32
+    std::u16string units;
+    EXPECT_TRUE(Utf8ToUtf16(text, &units)) << text;
+    return boost::filesystem::path(std::wstring(units.begin(), units.end()));
+#else
+    return boost::filesystem::path(text);
+#endif
+}
+
 TEST(SignedFileNameTest, TheNameIsTakenAsItStandsInThePath) {
     const struct {
         const char* path;
@@ -53,14 +65,17 @@ TEST(SignedFileNameTest, TheNameIsTakenAsItStandsInThePath) {
     };
     for (const auto& entry : cases) {
         SCOPED_TRACE(entry.path);
-        EXPECT_EQ(SignedFileName(entry.path), entry.name);
-        EXPECT_EQ(SignedFileNameBytes(entry.path), LittleEndianWithZero(entry.name));
+        EXPECT_EQ(SignedFileName(PathOf(entry.path)), entry.name);
+        EXPECT_EQ(SignedFileNameBytes(PathOf(entry.path)), LittleEndianWithZero(entry.name));
     }
 }
 
 TEST(SignedFileNameTest, InvalidUtf8IsAnErrorNamingThePath) {
     // Only the name part is converted: a bad byte in a folder name does not matter.
     EXPECT_EQ(SignedFileName("/d\xFF/a.dll"), u"a.dll");
+#ifdef _WIN32
+    GTEST_SKIP() << "a Windows path is UTF-16: it cannot hold a name that is not valid UTF-8";
+#endif
     for (const char* path : {"/p/a\xFF.dll", "a\xC0\x80", "/p/\xED\xA0\x80.sys"}) {
         SCOPED_TRACE(path);
         try {

@@ -7,6 +7,7 @@
 
 #include "common/exception.h"
 #include "support/file_helpers.h"
+#include "support/os_errors.h"
 #include "support/temp_dir.h"
 #include "tracer.h"
 
@@ -88,16 +89,17 @@ TEST(TracerTest, RefusesTraceTargetsThatAreNotFiles) {
     EXPECT_THAT(onDirectory, StartsWith("Can't create tracer. Reason: "));
     EXPECT_THAT(onDirectory, HasSubstr("Trace path \"" + dir.Path().string() + "\" is not a file"));
 
-    ict_test::MakeFifo(dir / "pipe");
-    EXPECT_THAT(ConstructionFailure(dir / "pipe"),
-                HasSubstr("Trace path \"" + (dir / "pipe").string() + "\" is not a file"));
+    const auto special = ict_test::MakeSpecialFile(dir / "pipe");
+    EXPECT_THAT(ConstructionFailure(special),
+                HasSubstr("Trace path \"" + special.string() + "\" is not a file"));
 
     // A file that cannot be opened is named with the system's own reason.
     const auto missing = dir / "missing" / "run.log";
     const std::string unopenable = ConstructionFailure(missing);
     EXPECT_THAT(unopenable, StartsWith("Can't create tracer. Reason: "));
-    EXPECT_THAT(unopenable, HasSubstr("Can't open trace file " + missing.string() +
-                                      ". Reason: No such file or directory"));
+    EXPECT_THAT(unopenable,
+                HasSubstr("Can't open trace file " + missing.string() + ". Reason: " +
+                          ict_test::os_error::Text(ict_test::os_error::kNoFolderOnTheWay)));
     EXPECT_THAT(unopenable, HasSubstr("product/tool/integrity_check_tool/source/tracer"));
     EXPECT_FALSE(boost::filesystem::exists(dir / "missing"));
 }

@@ -38,6 +38,11 @@ std::unique_ptr<RegistryValueInfo> MakeValue(const std::string& name, CheckType 
     return value;
 }
 
+// A path written with "/" as this system writes it.
+std::string Native(const std::string& path) {
+    return boost::filesystem::path(path).make_preferred().string();
+}
+
 std::vector<std::string> PathsOf(const Manifest& manifest) {
     std::vector<std::string> paths;
     for (const auto& file : manifest.files) {
@@ -189,39 +194,39 @@ TEST(MergeManifestTest, RegistryValueMismatchFails) {
               "Mismatch check types found for 'V' in 'HKCU\\K'");
 }
 
-// Records for SelectApplicable: the facts are this machine's (Linux when the
-// tests run on POSIX), so os="Windows" never applies and defined="Here" does.
+// Records for SelectApplicable, written as expansion leaves them: the facts are this machine's, so
+// os="MacOS" never applies (the tests run on Linux and Windows) and defined="Here" does.
 std::unique_ptr<FileInfo> Filtered(std::unique_ptr<FileInfo> file) {
-    file->filter.os = Os::Windows;
+    file->filter.os = Os::MacOS;
     return file;
 }
 
 TEST(SelectApplicableTest, FiltersEveryRecordBeforeAnythingMerges) {
     Manifest manifest;
     // Two records of one path with other check types: only one applies.
-    AddFile(manifest.files, Filtered(MakeFile("/p/a.so", {CheckType::NotExists})));
-    AddFile(manifest.files, MakeFile("/p/a.so", {CheckType::Exists}));
+    AddFile(manifest.files, Filtered(MakeFile(Native("/p/a.so"), {CheckType::NotExists})));
+    AddFile(manifest.files, MakeFile(Native("/p/a.so"), {CheckType::Exists}));
     // Two that apply merge; the filtered third never lends its checks.
-    AddFile(manifest.files, MakeFile("/p/b.so", {CheckType::Sha256}, 1));
-    AddFile(manifest.files, Filtered(MakeFile("/p/b.so", {CheckType::Sha256}, 9)));
-    auto b = MakeFile("/p/b.so", {CheckType::Sha256}, 2);
+    AddFile(manifest.files, MakeFile(Native("/p/b.so"), {CheckType::Sha256}, 1));
+    AddFile(manifest.files, Filtered(MakeFile(Native("/p/b.so"), {CheckType::Sha256}, 9)));
+    auto b = MakeFile(Native("/p/b.so"), {CheckType::Sha256}, 2);
     b->filter.defined = "Here";
     AddFile(manifest.files, std::move(b));
     // A filtered group filters its members; an applying group joins its path.
     auto windows = std::make_unique<DirectoryInfo>();
-    windows->path = "/p";
-    windows->filter.os = Os::Windows;
+    windows->path = Native("/p");
+    windows->filter.os = Os::MacOS;
     windows->files.push_back(MakeFile("a.so", {CheckType::Value}));
     manifest.directories.push_back(std::move(windows));
     auto group = std::make_unique<DirectoryInfo>();
-    group->path = "/p/";
+    group->path = Native("/p/");
     group->files.push_back(MakeFile("/c.so", {CheckType::Exists}));
     group->files.push_back(Filtered(MakeFile("d.so", {CheckType::Exists})));
     manifest.directories.push_back(std::move(group));
     // Keys and values: a filtered key, a key listed twice, a value listed twice.
     auto filteredKey = std::make_unique<RegistryInfo>();
     filteredKey->path = "HKLM\\Windows";
-    filteredKey->filter.os = Os::Windows;
+    filteredKey->filter.os = Os::MacOS;
     filteredKey->values.push_back(MakeValue("W", CheckType::Exists, 0));
     manifest.registries.push_back(std::move(filteredKey));
     for (const CheckType type : {CheckType::Value, CheckType::NotExists}) {
@@ -230,7 +235,7 @@ TEST(SelectApplicableTest, FiltersEveryRecordBeforeAnythingMerges) {
         key->values.push_back(MakeValue("V", CheckType::Value, 1));
         auto other = MakeValue("V", type, 2);
         if (type == CheckType::NotExists) {
-            other->filter.os = Os::Windows;
+            other->filter.os = Os::MacOS;
         }
         key->values.push_back(std::move(other));
         manifest.registries.push_back(std::move(key));
@@ -240,10 +245,11 @@ TEST(SelectApplicableTest, FiltersEveryRecordBeforeAnythingMerges) {
     SelectApplicable(manifest, FilterEvaluator(nullptr, SystemInfo({"Here"})), filtered);
 
     EXPECT_TRUE(manifest.directories.empty());
-    EXPECT_THAT(PathsOf(manifest), ElementsAre("/p/a.so", "/p/b.so", "/p/c.so"));
-    EXPECT_THAT(TypesOf(manifest.files.find("/p/a.so")->second->checks),
+    EXPECT_THAT(PathsOf(manifest),
+                ElementsAre(Native("/p/a.so"), Native("/p/b.so"), Native("/p/c.so")));
+    EXPECT_THAT(TypesOf(manifest.files.find(Native("/p/a.so"))->second->checks),
                 ElementsAre(CheckType::Exists));
-    const auto& merged = manifest.files.find("/p/b.so")->second->checks;
+    const auto& merged = manifest.files.find(Native("/p/b.so"))->second->checks;
     ASSERT_EQ(merged.size(), 2u);
     EXPECT_EQ(merged[0].value, Bytes{1});
     EXPECT_EQ(merged[1].value, Bytes{2});
@@ -252,7 +258,8 @@ TEST(SelectApplicableTest, FiltersEveryRecordBeforeAnythingMerges) {
         EXPECT_EQ(file.first, file.second->path);
         skipped.push_back(file.first.string());
     }
-    EXPECT_THAT(skipped, ElementsAre("/p/a.so", "/p/a.so", "/p/b.so", "/p/d.so"));
+    EXPECT_THAT(skipped, ElementsAre(Native("/p/a.so"), Native("/p/a.so"), Native("/p/b.so"),
+                                     Native("/p/d.so")));
 
     ASSERT_EQ(manifest.registries.size(), 1u);
     const auto& demo = *manifest.registries[0];
@@ -266,16 +273,16 @@ TEST(SelectApplicableTest, FiltersEveryRecordBeforeAnythingMerges) {
 
 TEST(SelectApplicableTest, RecordsThatBothApplyStillMustAgree) {
     Manifest manifest;
-    AddFile(manifest.files, MakeFile("/p/a.so", {CheckType::Sha256}));
+    AddFile(manifest.files, MakeFile(Native("/p/a.so"), {CheckType::Sha256}));
     auto group = std::make_unique<DirectoryInfo>();
-    group->path = "/p";
+    group->path = Native("/p");
     group->files.push_back(MakeFile("a.so", {CheckType::Exists}));
     manifest.directories.push_back(std::move(group));
     FilteredRecords filtered;
     EXPECT_EQ(FailureOf([&] {
                   SelectApplicable(manifest, FilterEvaluator(nullptr, SystemInfo({})), filtered);
               }),
-              "Mismatch check types found for /p/a.so");
+              "Mismatch check types found for " + Native("/p/a.so"));
 
     Manifest registry;
     auto key = std::make_unique<RegistryInfo>();
@@ -301,7 +308,8 @@ TEST(JoinGroupPathTest, OneSeparatorWhateverEitherSideBrings) {
         {"/p/bin", "", "/p/bin"},
     };
     for (const auto& [group, member, joined] : cases) {
-        EXPECT_EQ(JoinGroupPath(group, member).string(), joined) << group << " + " << member;
+        EXPECT_EQ(JoinGroupPath(group, member).string(), Native(joined))
+            << group << " + " << member;
     }
 }
 
@@ -337,10 +345,11 @@ TEST_F(ExpandManifestTest, RekeysFilesAndKeepsThoseThatNowMeetApart) {
 
     // Merging, and so any mismatch, waits until filtering has decided.
     EXPECT_THAT(PathsOf(manifest),
-                ElementsAre("%Unknown%/z", "/0-first", "/opt/p/bin/a.so", "/opt/p/bin/a.so"));
+                ElementsAre(Native("%Unknown%/z"), Native("/0-first"), Native("/opt/p/bin/a.so"),
+                            Native("/opt/p/bin/a.so")));
     // A member without its own environment expands through its group's.
-    EXPECT_EQ(manifest.directories[0]->path, "/opt/p/bin/");
-    EXPECT_EQ(manifest.directories[0]->files[0]->path, "/opt/p/bin/x");
+    EXPECT_EQ(manifest.directories[0]->path, Native("/opt/p/bin/"));
+    EXPECT_EQ(manifest.directories[0]->files[0]->path, Native("/opt/p/bin/x"));
 }
 
 TEST_F(ExpandManifestTest, ExpandsRegistryNamesButKeepsTheirBackslashesAndEntriesAsWritten) {

@@ -3,6 +3,7 @@
 #include <boost/filesystem/operations.hpp>
 
 #include "common/exception.h"
+#include "platform/file_replacement.h"
 #include "ruk/exception.h"
 
 namespace integrity_check_tool {
@@ -36,9 +37,9 @@ Tracer::Tracer(unsigned level, ruk::intrusive_ptr<ruk::ITraceChannel> channel) :
 void Tracer::PrivateConstruct(ruk::IServiceLocator* locator, unsigned level,
                               const boost::optional<boost::filesystem::path>& tracePath) {
     if (tracePath) {
-        boost::system::error_code error;
-        const auto status = boost::filesystem::status(*tracePath, error);
-        if (boost::filesystem::exists(status) && !boost::filesystem::is_regular_file(status)) {
+        boost::optional<platform::FileKind> kind;
+        const ruk::result_t found = platform::GetFileKind(*tracePath, &kind);
+        if (ruk::Succeeded(found) && kind && *kind != platform::FileKind::Regular) {
             ICT_THROW(Exception(MessageFormat("Trace path %1% is not a file", *tracePath)));
         }
     }

@@ -34,7 +34,8 @@ FileTable::iterator FindFileEntry(FileTable& files, const boost::filesystem::pat
 
     boost::system::error_code error;
     if (fs::symlink_status(path, error).type() == fs::symlink_file) {
-        const fs::path canonical = fs::canonical(path, error);
+        // Windows' canonical form mixes both separators; traces show the system's own.
+        const fs::path canonical = fs::canonical(path, error).make_preferred();
         if (!error) {
             tracer.Trace(trace_level::Detail, FindByCanonical(), object_word::File,
                          canonical.string());
@@ -47,7 +48,7 @@ FileTable::iterator FindFileEntry(FileTable& files, const boost::filesystem::pat
 
     // Both sides made absolute, so that a relative request meets an entry
     // written with a full path and the other way round.
-    const fs::path absolute = fs::absolute(path);
+    const fs::path absolute = fs::absolute(path).make_preferred();
     tracer.Trace(trace_level::Detail, FindByAbsolute(), object_word::File, absolute.string());
     for (auto entry = files.begin(); entry != files.end(); ++entry) {
         if (fs::absolute(entry->first) == absolute) {

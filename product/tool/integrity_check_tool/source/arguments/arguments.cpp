@@ -9,6 +9,7 @@
 #include "arguments/options.h"
 #include "common/exception.h"
 #include "common/message_format.h"
+#include "platform/file_replacement.h"
 
 namespace po = boost::program_options;
 
@@ -100,11 +101,9 @@ boost::optional<boost::filesystem::path> Arguments::GetCrlPath() const {
         return boost::none;
     }
     const boost::filesystem::path path(options_[option::Crl].as<std::string>());
-    boost::system::error_code error;
-    const auto status = boost::filesystem::status(path, error);
+    boost::optional<platform::FileKind> kind;
     // A missing path is reported later by whoever opens the revocation list.
-    if (boost::filesystem::exists(status) && !boost::filesystem::is_directory(status) &&
-        !boost::filesystem::is_regular_file(status)) {
+    if (ruk::Succeeded(platform::GetFileKind(path, &kind)) && kind == platform::FileKind::Other) {
         ICT_THROW(Exception(MessageFormat(CrlNotFileOrDirectory(), path)));
     }
     return path;

@@ -6,6 +6,7 @@
 #include "arguments/options.h"
 #include "common/exception.h"
 #include "common/message_format.h"
+#include "platform/file_replacement.h"
 #include "platform/program.h"
 
 namespace po = boost::program_options;
@@ -122,7 +123,7 @@ std::set<boost::filesystem::path> CheckerArguments::GetManifestPaths() const {
         if (error) {
             ICT_THROW(Exception(MessageFormat(ManifestNotResolved(), path, error.message())));
         }
-        if (!boost::filesystem::is_regular_file(resolved, error)) {
+        if (!platform::IsRegularFile(resolved)) {
             ICT_THROW(Exception(MessageFormat(ManifestNotRegularFile(), path)));
         }
         // Windows' canonical form comes back as "Z:/dir\name"; every line that
@@ -148,12 +149,13 @@ boost::optional<boost::filesystem::path> CheckerArguments::GetSingleFilePath() c
     // Full path, but neither links nor ".." are resolved as text: "link/.."
     // is the link target's parent, which only the file system knows. The
     // manifest lookup resolves the path through the file system itself.
-    const boost::filesystem::path full =
+    boost::filesystem::path full =
         boost::filesystem::absolute(given, boost::filesystem::current_path(error));
     if (error) {
         ICT_THROW(Exception(MessageFormat(SingleFileNotResolved(), given, error.message())));
     }
-    if (!boost::filesystem::is_regular_file(full, error)) {
+    full.make_preferred();
+    if (!platform::IsRegularFile(full)) {
         ICT_THROW(Exception(MessageFormat(SingleFileNotRegularFile(), given)));
     }
     return full;

@@ -2,6 +2,7 @@
 
 #include <boost/filesystem/operations.hpp>
 
+#include "platform/file_replacement.h"
 #include "platform/file_system.h"
 #include "ruk/exception.h"
 
@@ -22,7 +23,10 @@ std::string File::GetTypeName() const {
 
 bool File::IsExists() const {
     return UnifyError([this] {
-        return boost::filesystem::status(path_).type() == boost::filesystem::regular_file;
+        const platform::FileSystemRedirectionGuard redirectionOff;
+        boost::optional<platform::FileKind> kind;
+        RUK_CHECK(platform::GetFileKind(path_, &kind));
+        return kind == platform::FileKind::Regular;
     });
 }
 

@@ -12,13 +12,15 @@ std::string ExpandText(const EnvironmentPtr& environment, const std::string& tex
 }
 
 // Manifests are written on Windows; where '/' is the separator a backslash
-// in a file path separates too.
+// in a file path separates too. Either way the path is kept with the system's
+// own separator, so that every message names it in one form and two records
+// of one file spelt with other separators meet.
 boost::filesystem::path ExpandPath(const EnvironmentPtr& environment,
                                    const boost::filesystem::path& path) {
     std::string text = ExpandText(environment, PathToUtf8(path));
-    if (boost::filesystem::path::preferred_separator == '/') {
-        std::replace(text.begin(), text.end(), '\\', '/');
-    }
+    const char other = boost::filesystem::path::preferred_separator == '/' ? '\\' : '/';
+    std::replace(text.begin(), text.end(), other,
+                 static_cast<char>(boost::filesystem::path::preferred_separator));
     return PathFromUtf8(text);
 }
 

@@ -124,7 +124,7 @@ boost::filesystem::path JoinGroupPath(const boost::filesystem::path& group,
         ++memberStart;
     }
     if (memberStart == memberText.size()) {
-        return group;
+        return boost::filesystem::path(group).make_preferred();
     }
     Text joined = groupText.substr(0, groupEnd);
     // A group of nothing but separators is the root folder and keeps one.
@@ -132,7 +132,8 @@ boost::filesystem::path JoinGroupPath(const boost::filesystem::path& group,
         joined += boost::filesystem::path::preferred_separator;
     }
     joined.append(memberText, memberStart, Text::npos);
-    return boost::filesystem::path(joined);
+    // Where both separators separate, the joined path keeps the system's own.
+    return boost::filesystem::path(joined).make_preferred();
 }
 
 void SelectApplicable(Manifest& manifest, const FilterEvaluator& filter,

@@ -38,6 +38,18 @@ ruk::result_t ReadRegularFile(const boost::filesystem::path& path, std::uint64_t
 // The stamp of what the path names now, links followed; none when nothing is there.
 ruk::result_t GetFileStamp(const boost::filesystem::path& path, boost::optional<FileStamp>* stamp);
 
+// What the path names now, links followed; none when nothing is there. The
+// kind is the system's own answer for the opened entry, so that a name that
+// opens a device (Windows' "NUL" or "CON" in any folder, which report
+// themselves as files) is never taken for a regular file.
+ruk::result_t GetFileKind(const boost::filesystem::path& path, boost::optional<FileKind>* kind);
+
+// True only when the path names a regular file now; false on any failure.
+inline bool IsRegularFile(const boost::filesystem::path& path) {
+    boost::optional<FileKind> kind;
+    return ruk::Succeeded(GetFileKind(path, &kind)) && kind == FileKind::Regular;
+}
+
 // Creates the file, empty, with the rights any new file of this process
 // gets, when no entry of that name exists; result::AlreadyExists when one does.
 ruk::result_t CreateNewFile(const boost::filesystem::path& path);

@@ -110,6 +110,21 @@ ruk::result_t GetFileStamp(const boost::filesystem::path& path, boost::optional<
     return ruk::result::Success;
 }
 
+ruk::result_t GetFileKind(const boost::filesystem::path& path, boost::optional<FileKind>* kind) {
+    struct stat info {};
+    if (::stat(path.c_str(), &info) != 0) {
+        if (errno == ENOENT || errno == ENOTDIR) {
+            *kind = boost::none;
+            return ruk::result::Success;
+        }
+        return LastError();
+    }
+    *kind = S_ISREG(info.st_mode)   ? FileKind::Regular
+            : S_ISDIR(info.st_mode) ? FileKind::Directory
+                                    : FileKind::Other;
+    return ruk::result::Success;
+}
+
 ruk::result_t CreateNewFile(const boost::filesystem::path& path) {
     const Descriptor file(
         OpenRetrying(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666));

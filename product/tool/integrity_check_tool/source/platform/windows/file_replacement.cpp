@@ -117,6 +117,31 @@ ruk::result_t GetFileStamp(const boost::filesystem::path& path, boost::optional<
     return stamped;
 }
 
+ruk::result_t GetFileKind(const boost::filesystem::path& path, boost::optional<FileKind>* kind) {
+    // The attributes of a device name look like a file's; only the opened
+    // handle tells a disk entry from a device or a pipe.
+    const Handle entry(OpenForStamp(path, FILE_READ_ATTRIBUTES));
+    if (entry.Get() == INVALID_HANDLE_VALUE) {
+        const DWORD error = ::GetLastError();
+        if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) {
+            *kind = boost::none;
+            return ruk::result::Success;
+        }
+        return ruk::MakeOsResult(error);
+    }
+    if (::GetFileType(entry.Get()) != FILE_TYPE_DISK) {
+        *kind = FileKind::Other;
+        return ruk::result::Success;
+    }
+    BY_HANDLE_FILE_INFORMATION information{};
+    if (!::GetFileInformationByHandle(entry.Get(), &information)) {
+        return LastError();
+    }
+    *kind = (information.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? FileKind::Directory
+                                                                           : FileKind::Regular;
+    return ruk::result::Success;
+}
+
 ruk::result_t CreateNewFile(const boost::filesystem::path& path) {
     const Handle file(::CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
                                     FILE_ATTRIBUTE_NORMAL, nullptr));
