@@ -119,7 +119,10 @@ CheckType ParseHashType(const std::string& text) {
 }
 
 boost::filesystem::path Absolute(const std::string& text) {
-    return boost::filesystem::absolute(boost::filesystem::path(text)).lexically_normal();
+    // Windows' absolute form of "/x" is "C:/x": shown with the system's own separators.
+    return boost::filesystem::absolute(boost::filesystem::path(text))
+        .lexically_normal()
+        .make_preferred();
 }
 
 }  // namespace

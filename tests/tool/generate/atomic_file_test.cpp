@@ -34,12 +34,17 @@ TEST(AtomicFileTest, CreatesAndReplacesKeepingPermissions) {
     const fs::path target = dir / "m.xml";
     WriteFileAtomically(target, [](ruk::IIO& io) { WriteString(io, "first"); });
     EXPECT_EQ(ict_test::ReadText(target), "first");
-
-    fs::permissions(target, fs::owner_read | fs::owner_write | fs::group_read);
     WriteFileAtomically(target, [](ruk::IIO& io) { WriteString(io, "second, longer"); });
     EXPECT_EQ(ict_test::ReadText(target), "second, longer");
-    EXPECT_EQ(fs::status(target).permissions(), fs::owner_read | fs::owner_write | fs::group_read);
     EXPECT_EQ(CountEntries(dir.Path()), 1u) << "a temporary file was left behind";
+
+#ifdef _WIN32
+    GTEST_SKIP() << "Windows keeps rights in access lists, which permission bits do not show";
+#endif
+    fs::permissions(target, fs::owner_read | fs::owner_write | fs::group_read);
+    WriteFileAtomically(target, [](ruk::IIO& io) { WriteString(io, "third"); });
+    EXPECT_EQ(ict_test::ReadText(target), "third");
+    EXPECT_EQ(fs::status(target).permissions(), fs::owner_read | fs::owner_write | fs::group_read);
 }
 
 TEST(AtomicFileTest, FailingWriterLeavesTargetAndNoTemporary) {
@@ -169,6 +174,9 @@ TEST(AtomicFileTest, TargetChangedOrReplacedMeanwhileIsLeftToItsNewOwner) {
 
 TEST(AtomicFileTest, SymbolicLinkIsWrittenThrough) {
     ict_test::TempDir dir;
+    if (!ict_test::SymbolicLinksWork(dir.Path())) {
+        GTEST_SKIP() << "this system does not let the test make symbolic links";
+    }
     ict_test::WriteText(dir / "real.xml", "old");
     fs::create_symlink(dir / "real.xml", dir / "link.xml");
     WriteFileAtomically(dir / "link.xml", [](ruk::IIO& io) { WriteString(io, "new"); });

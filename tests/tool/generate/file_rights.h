@@ -37,7 +37,13 @@ public:
     ObeyFilePermissions& operator=(const ObeyFilePermissions&) = delete;
 
     bool Binding() const {
+#ifdef _WIN32
+        // Windows keeps rights in access lists; the permission bits are only
+        // the read-only attribute, which never closes a folder.
+        return false;
+#else
         return lowered_ || !CanReadEverything();
+#endif
     }
 
 private:

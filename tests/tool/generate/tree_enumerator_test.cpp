@@ -71,12 +71,16 @@ TEST_F(TreeEnumeratorTest, IncludesAdmitAndExcludesWinAndPrune) {
 }
 
 TEST_F(TreeEnumeratorTest, IgnoredFileAndSpecialEntriesAreLeftOut) {
+    TreeEnumerator enumerator(Patterns({"bin/**"}), {});
+    enumerator.Ignore(dir_ / "bin" / ".." / "bin" / "a.pdb");
+    EXPECT_THAT(List(enumerator), ElementsAre("bin/a.dll", "bin/x64/b.dll"));
+#ifdef _WIN32
+    GTEST_SKIP() << "a Windows folder holds no FIFOs, and symbolic links need rights Wine lacks";
+#endif
     ict_test::MakeFifo(dir_ / "bin" / "pipe.dll");
     fs::create_directory_symlink(dir_ / "logs", dir_ / "bin" / "linked");
     fs::create_symlink(dir_ / "readme.txt", dir_ / "bin" / "readme.dll");
     fs::create_symlink(dir_ / "gone", dir_ / "bin" / "dangling.dll");
-    TreeEnumerator enumerator(Patterns({"bin/**"}), {});
-    enumerator.Ignore(dir_ / "bin" / ".." / "bin" / "a.pdb");
     // The FIFO must never be opened: the run would wait for a writer forever.
     EXPECT_THAT(List(enumerator), ElementsAre("bin/a.dll", "bin/readme.dll", "bin/x64/b.dll"));
     EXPECT_THAT(skipped_, UnorderedElementsAre(
@@ -86,6 +90,10 @@ TEST_F(TreeEnumeratorTest, IgnoredFileAndSpecialEntriesAreLeftOut) {
 }
 
 TEST_F(TreeEnumeratorTest, NamesNoManifestCanHoldAreSkippedAndNamedEscaped) {
+#ifdef _WIN32
+    GTEST_SKIP() << "Windows file names hold no backslash, control character or quote, and "
+                    "are UTF-16, never bytes that are not UTF-8";
+#endif
     ict_test::WriteText(dir_ / "odd\\name.dll", "x");
     ict_test::WriteText(dir_ / "end\xD6.dll", "x");
     ict_test::WriteText(dir_ / "bell\x07.dll", "x");
@@ -102,6 +110,9 @@ TEST_F(TreeEnumeratorTest, NamesNoManifestCanHoldAreSkippedAndNamedEscaped) {
 }
 
 TEST_F(TreeEnumeratorTest, LinkLoopIsCalledALoop) {
+    if (!ict_test::SymbolicLinksWork(dir_.Path())) {
+        GTEST_SKIP() << "this system does not let the test make symbolic links";
+    }
     fs::create_symlink(dir_ / "loop-b", dir_ / "loop-a");
     fs::create_symlink(dir_ / "loop-a", dir_ / "loop-b");
     fs::create_symlink("self", dir_ / "self");
@@ -112,6 +123,9 @@ TEST_F(TreeEnumeratorTest, LinkLoopIsCalledALoop) {
 }
 
 TEST_F(TreeEnumeratorTest, IgnoredFileIsFoundThroughLinksToItAndToItsFolder) {
+    if (!ict_test::SymbolicLinksWork(dir_.Path())) {
+        GTEST_SKIP() << "this system does not let the test make symbolic links";
+    }
     const fs::path linkedRoot =
         dir_.Path().parent_path() / (dir_.Path().filename().string() + "-link");
     fs::create_directory_symlink(dir_.Path(), linkedRoot);

@@ -156,7 +156,8 @@ public:
             if (path.is_relative()) {
                 path = origin_.parent_path() / path;
             }
-            config_.productRoot = path.lexically_normal();
+            // Windows' normal form mixes both separators; keep the system's own.
+            config_.productRoot = path.lexically_normal().make_preferred();
         }
         ForEachChild(root, {
                                {"Check", [this](const auto& e) { ReadCheck(e, defaultChecks_); }},

@@ -179,8 +179,11 @@ void ManifestGenerator::PrepareEnvironment(const GenerationConfig& config,
 
 fs::path ManifestGenerator::ToLocalPath(const std::string& text) const {
     std::string expanded = environment_->Expand(text);
-    // Both systems take '/' as a separator; only Windows takes '\'.
-    std::replace(expanded.begin(), expanded.end(), '\\', '/');
+    // Both systems take '/' as a separator, only Windows takes '\'; the local
+    // path keeps the system's own, so that messages name it in one form.
+    const char other = fs::path::preferred_separator == '/' ? '\\' : '/';
+    std::replace(expanded.begin(), expanded.end(), other,
+                 static_cast<char>(fs::path::preferred_separator));
     return PathFromUtf8(expanded);
 }
 
@@ -295,7 +298,8 @@ void ManifestGenerator::AddFile(const FileSource& source) {
     progress_.Step();
     try {
         const fs::path local = ToLocalPath(source.path);
-        if (!RegisterLocalFile(fs::absolute(local).lexically_normal(), source.checks)) {
+        if (!RegisterLocalFile(fs::absolute(local).lexically_normal().make_preferred(),
+                               source.checks)) {
             return;
         }
         const auto object = factory_->CreateFile(local);

@@ -38,7 +38,8 @@ const char* SpecialFile() {
 }
 
 fs::path Normalized(const fs::path& path) {
-    fs::path normal = fs::absolute(path).lexically_normal();
+    // Windows' normal form mixes both separators; keep the system's own.
+    fs::path normal = fs::absolute(path).lexically_normal().make_preferred();
     // "dir/" comes out as "dir/.": the folder itself is meant.
     if (normal.filename() == "." && normal.has_parent_path()) {
         normal = normal.parent_path();
@@ -63,8 +64,8 @@ bool SameName(const fs::path::string_type& a, const fs::path::string_type& b) {
 // kept as it is.
 fs::path Resolved(const fs::path& path) {
     boost::system::error_code error;
-    const fs::path resolved = fs::weakly_canonical(path, error);
-    return error ? path : resolved;
+    fs::path resolved = fs::weakly_canonical(path, error);
+    return error ? path : resolved.make_preferred();
 }
 
 bool FailedByLoop(const boost::system::error_code& error) {
