@@ -8,6 +8,7 @@
 #include "manifest/filter_evaluator.h"
 #include "manifest/manifest_operations.h"
 #include "support/file_helpers.h"
+#include "support/os_errors.h"
 #include "support/temp_dir.h"
 #include "trace_capture.h"
 #include "xml_test_helpers.h"
@@ -75,8 +76,9 @@ TEST(XmlLoadTest, FailuresNameTheFileOrTheProblem) {
         File(nullptr).Load(missing);
         FAIL() << "a missing file was loaded";
     } catch (const Exception& error) {
-        EXPECT_EQ(error.GetMessage(), "Can't open manifest file " + missing.string() +
-                                          ". Reason: No such file or directory");
+        EXPECT_EQ(error.GetMessage(),
+                  "Can't open manifest file " + missing.string() +
+                      ". Reason: " + ict_test::os_error::Text(ict_test::os_error::kNoEntry));
     }
     const auto broken = directory / "broken.xml";
     ict_test::WriteText(broken, "<Manifest><Environment key=\"A\" value=\"\"/></Manifest>");
