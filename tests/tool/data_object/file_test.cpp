@@ -42,6 +42,7 @@ TEST(FileTest, OnlyRegularFilesExistAndOnlyTheyAreRead) {
     EXPECT_FALSE(File(special).IsExists());
     EXPECT_FALSE(File(dir / "missing").IsExists());
     EXPECT_FALSE(File(dir / "a.dll" / "below-a-file").IsExists());
+    EXPECT_FALSE(File(dir / "a<b?.dll").IsExists());  // a name Windows cannot hold
     EXPECT_EQ(File(dir / "a.dll").GetTypeName(), "File");
     EXPECT_EQ(ReadAll(*File(dir / "a.dll").GetData()), "payload of a");
 

@@ -123,7 +123,12 @@ ruk::result_t GetFileKind(const boost::filesystem::path& path, boost::optional<F
     const Handle entry(OpenForStamp(path, FILE_READ_ATTRIBUTES));
     if (entry.Get() == INVALID_HANDLE_VALUE) {
         const DWORD error = ::GetLastError();
-        if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) {
+        // A name no folder can hold, or a drive or share that is not there,
+        // names nothing either.
+        if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND ||
+            error == ERROR_INVALID_NAME || error == ERROR_BAD_PATHNAME ||
+            error == ERROR_INVALID_DRIVE || error == ERROR_NOT_READY ||
+            error == ERROR_BAD_NETPATH || error == ERROR_BAD_NET_NAME) {
             *kind = boost::none;
             return ruk::result::Success;
         }
