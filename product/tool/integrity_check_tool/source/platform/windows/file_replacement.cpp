@@ -65,15 +65,18 @@ ruk::result_t ReadRegularFile(const boost::filesystem::path& path, std::uint64_t
     if (file.Get() == INVALID_HANDLE_VALUE) {
         return LastError();
     }
+    // Pipes and character devices ("NUL", "CON") are not disk files and have
+    // no stamp to take.
+    if (::GetFileType(file.Get()) != FILE_TYPE_DISK) {
+        *kind = FileKind::Other;
+        return ruk::result::Success;
+    }
     bool directory = false;
     const ruk::result_t stamped = StampOf(file.Get(), stamp, &directory);
     if (ruk::Failed(stamped)) {
         return stamped;
     }
-    // Pipes and character devices are not disk files; a folder is one by type.
-    *kind = directory                                     ? FileKind::Directory
-            : ::GetFileType(file.Get()) == FILE_TYPE_DISK ? FileKind::Regular
-                                                          : FileKind::Other;
+    *kind = directory ? FileKind::Directory : FileKind::Regular;
     if (*kind != FileKind::Regular) {
         return ruk::result::Success;
     }
