@@ -1,0 +1,294 @@
+#include <algorithm>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <openssl/evp.h>
+
+#include "common/signed_file_name.h"
+#include "core_fixture.h"
+#include "support/vds/pe_programs.h"
+#include "vds/pe_format.h"
+
+namespace vds_core_test {
+namespace {
+
+namespace fs = boost::filesystem;
+using vds::format::PeLayout;
+
+PeLayout LayoutOf(const Bytes& bytes) {
+    vds::format::PeStatus status = vds::format::PeStatus::NotPe;
+    PeLayout layout;
+    const VdsResult result = vds::format::ParsePe(
+        [&](std::uint64_t offset, void* buffer, std::size_t size) {
+            std::copy_n(bytes.begin() + static_cast<std::ptrdiff_t>(offset), size,
+                        static_cast<std::uint8_t*>(buffer));
+            return vdsOk;
+        },
+        bytes.size(), &status, &layout);
+    EXPECT_EQ(result, vdsOk);
+    EXPECT_EQ(status, vds::format::PeStatus::Parsed);
+    return layout;
+}
+
+Bytes ImageSha256(const Bytes& bytes) {
+    Bytes digest(32);
+    EVP_MD_CTX* context = EVP_MD_CTX_new();
+    EVP_DigestInit_ex(context, EVP_sha256(), nullptr);
+    for (const auto& range : vds::format::ImageDigestRanges(LayoutOf(bytes), bytes.size())) {
+        EVP_DigestUpdate(context, bytes.data() + range.offset, range.size);
+    }
+    unsigned int length = 0;
+    EVP_DigestFinal_ex(context, digest.data(), &length);
+    EVP_MD_CTX_free(context);
+    return digest;
+}
+
+// Offset of the first occurrence of `needle` at or after `from`.
+std::size_t Find(const Bytes& haystack, const Bytes& needle, std::size_t from = 0) {
+    const auto found = std::search(haystack.begin() + static_cast<std::ptrdiff_t>(from),
+                                   haystack.end(), needle.begin(), needle.end());
+    EXPECT_NE(found, haystack.end());
+    return static_cast<std::size_t>(found - haystack.begin());
+}
+
+class CorePeSignatureTest : public CoreFixture {
+protected:
+    void SetUp() override {
+        CoreFixture::SetUp();
+        const std::string missing = ict_test::vds::MissingPeTools();
+        if (!missing.empty()) {
+            GTEST_SKIP() << "Skipped: " << missing;
+        }
+    }
+
+    // A program of `compiler`, built once per test.
+    fs::path Program(const std::string& compiler) {
+        const fs::path path = scratch_ / (compiler + ".exe");
+        if (!fs::exists(path)) {
+            ict_test::vds::BuildProgram(compiler, path);
+        }
+        return path;
+    }
+
+    Bytes OsslsigncodeSigned(const std::string& compiler, const std::string& signer,
+                             const std::string& digest = "sha256",
+                             const std::vector<std::string>& extra = {}) {
+        const fs::path output = scratch_ / "signed.exe";
+        fs::remove(output);
+        ict_test::vds::OsslsigncodeSign(Program(compiler), output, signer, digest, extra);
+        return ict_test::vds::ReadBytes(output);
+    }
+
+    struct Outcome {
+        VdsResult code = vdsErrUnknown;
+        VdsVerificationResultData data{};
+    };
+
+    Outcome Check(const Bytes& bytes, const Bytes* fileName = nullptr) {
+        MemoryObject object{bytes};
+        Outcome outcome;
+        handler_.events.clear();
+        outcome.code = Verify(object, &outcome.data, fileName);
+        return outcome;
+    }
+};
+
+constexpr VdsVerificationFlags kTrusted =
+    vdsFlagSigned | vdsFlagTrusted | vdsFlagEmbedded | vdsFlagRevocationCheckSkipped;
+
+TEST_F(CorePeSignatureTest, OsslsigncodeSignaturesAreCheckedLikeAppendedOnes) {
+    ASSERT_EQ(CreateVerifier(), vdsOk);
+    struct Case {
+        const char* signer;
+        const char* digest;
+        VdsResult code;
+        VdsVerificationFlags flags;
+    };
+    const Case cases[] = {
+        {"signer-ec", "sha256", vdsOk, kTrusted},
+        {"signer-ec", "sha512", vdsOk, kTrusted},
+        {"signer", "sha384", vdsOk, kTrusted},
+        {"signer-direct", "sha256", vdsOk, kTrusted},
+        {"signer-nopurpose", "sha256", vdsErrUntrusted,
+         vdsFlagSigned | vdsFlagEmbedded | vdsFlagRevocationCheckSkipped | vdsFlagInvalidPurpose},
+        {"signer-expired", "sha256", vdsErrUntrusted,
+         vdsFlagSigned | vdsFlagEmbedded | vdsFlagRevocationCheckSkipped | vdsFlagExpired},
+        {"unknown-signer", "sha256", vdsErrUntrusted,
+         vdsFlagSigned | vdsFlagEmbedded | vdsFlagRevocationCheckSkipped | vdsFlagIncompleteChain},
+    };
+    for (const auto& compiler : ict_test::vds::MingwCompilers()) {
+        for (const auto& test : cases) {
+            SCOPED_TRACE(compiler + " " + test.signer + " " + test.digest);
+            const Bytes bytes = OsslsigncodeSigned(compiler, test.signer, test.digest);
+            const PeLayout layout = LayoutOf(bytes);
+            const Outcome outcome = Check(bytes);
+            EXPECT_EQ(outcome.code, test.code);
+            EXPECT_EQ(outcome.data.flags, test.flags);
+            EXPECT_EQ(outcome.data.fileFormat, compiler.find("x86_64") == 0
+                                                   ? vdsFileFormatPortableExecutable64
+                                                   : vdsFileFormatPortableExecutable32);
+            EXPECT_EQ(outcome.data.checkedContentSize, layout.tableOffset);
+            EXPECT_EQ(outcome.data.signatureContainerSize, layout.tableSize);
+            EXPECT_TRUE(handler_.Saw("OnEmbeddedSignatureChecked"));
+        }
+    }
+    // Revocation as for appended signatures: the root's database lists the signer.
+    ASSERT_EQ(CreateVerifier(AllRoots(), CreateChecker({"3520p1", "3020d1", "4820d1", "4823d1"})),
+              vdsOk);
+    const std::string compiler = ict_test::vds::MingwCompilers().front();
+    EXPECT_EQ(Check(OsslsigncodeSigned(compiler, "signer-revoked")).data.flags,
+              vdsFlagSigned | vdsFlagEmbedded | vdsFlagRevoked);
+    EXPECT_EQ(Check(OsslsigncodeSigned(compiler, "signer-ec")).data.flags,
+              vdsFlagSigned | vdsFlagTrusted | vdsFlagEmbedded);
+}
+
+TEST_F(CorePeSignatureTest, ChangesToASignedProgramAreCaught) {
+    ASSERT_EQ(CreateVerifier(), vdsOk);
+    using Mutation = std::function<void(Bytes&, const PeLayout&)>;
+    struct Case {
+        const char* name;
+        Mutation mutate;
+        VdsVerificationFlags flags;
+    };
+    const auto flip = [](std::size_t offset) {
+        return [offset](Bytes& b, const PeLayout&) { b.at(offset) ^= 0x01; };
+    };
+    const Case cases[] = {
+        {"the checksum field alone", [](Bytes& b, const PeLayout& l) { b[l.checksumOffset] ^= 1; },
+         kTrusted},
+        {"a byte of the DOS stub", flip(0x40),
+         vdsFlagSigned | vdsFlagEmbedded | vdsFlagRevocationCheckSkipped |
+             vdsFlagSignatureValueNotMatched},
+        {"the last byte of the last section",
+         [](Bytes& b, const PeLayout& l) {
+             b[l.sections.back().offset + l.sections.back().size - 1] ^= 1;
+         },
+         vdsFlagSigned | vdsFlagEmbedded | vdsFlagRevocationCheckSkipped |
+             vdsFlagSignatureValueNotMatched},
+        {"the image digest inside the signature",
+         [](Bytes& b, const PeLayout&) { b[Find(b, ImageSha256(b))] ^= 1; },
+         vdsFlagSigned | vdsFlagEmbedded | vdsFlagRevocationCheckSkipped |
+             vdsFlagSignatureValueNotMatched},
+        {"a byte appended after the table", [](Bytes& b, const PeLayout&) { b.push_back(0); },
+         vdsFlagMalformedContent},
+        {"the table grown by eight zero bytes",
+         [](Bytes& b, const PeLayout& l) {
+             b.resize(b.size() + 8, 0);
+             b[l.securityEntryOffset + 4] += 8;
+         },
+         vdsFlagMalformedContent},
+        {"the entry's revision", [](Bytes& b, const PeLayout& l) { b[l.tableOffset + 5] = 1; },
+         vdsFlagMalformedContent},
+        {"the entry's length cut short",
+         [](Bytes& b, const PeLayout& l) { b[l.tableOffset] -= 16; }, vdsFlagMalformedContent},
+        {"the SignedData's outer tag",
+         [](Bytes& b, const PeLayout& l) { b[l.tableOffset + 8] = 0x31; },
+         vdsFlagEmbedded | vdsFlagMalformedContent},
+        {"the content type of the SignedData",
+         [](Bytes& b, const PeLayout& l) {
+             const Bytes spcIndirectData = {0x2B, 6, 1, 4, 1, 0x82, 0x37, 2, 1, 4};
+             b[Find(b, spcIndirectData, l.tableOffset) + 9] = 5;
+         },
+         vdsFlagEmbedded | vdsFlagMalformedContent},
+    };
+    for (const auto& compiler : ict_test::vds::MingwCompilers()) {
+        const Bytes original = OsslsigncodeSigned(compiler, "signer-ec");
+        const PeLayout layout = LayoutOf(original);
+        for (const auto& test : cases) {
+            SCOPED_TRACE(compiler + ": " + test.name);
+            Bytes bytes = original;
+            test.mutate(bytes, layout);
+            ASSERT_NE(bytes, original);
+            const Outcome outcome = Check(bytes);
+            EXPECT_EQ(outcome.code, (test.flags & vdsFlagTrusted) != 0 ? vdsOk : vdsErrUntrusted);
+            EXPECT_EQ(outcome.data.flags, test.flags);
+        }
+    }
+}
+
+TEST_F(CorePeSignatureTest, NestedSignaturesAreAskedForAndTheFirstTrustedDecides) {
+    ASSERT_EQ(CreateVerifier(), vdsOk);
+    const std::string compiler = ict_test::vds::MingwCompilers().back();
+    const fs::path outer = scratch_ / "outer.exe";
+    struct Case {
+        const char* first;
+        const char* nested;
+        bool answer;  // to IsNextSignedDataRequired
+        bool asked;
+        VdsResult code;
+    };
+    const Case cases[] = {
+        {"unknown-signer", "signer-ec", true, true, vdsOk},
+        {"unknown-signer", "signer-ec", false, true, vdsErrUntrusted},
+        {"signer-ec", "unknown-signer", true, false, vdsOk},
+        {"unknown-signer", "signer-nopurpose", true, true, vdsErrUntrusted},
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(std::string(test.first) + " then " + test.nested);
+        fs::remove(outer);
+        ict_test::vds::OsslsigncodeSign(Program(compiler), outer, test.first);
+        const Bytes first = ict_test::vds::ReadBytes(outer);
+        fs::remove(scratch_ / "nested.exe");
+        ict_test::vds::OsslsigncodeSign(outer, scratch_ / "nested.exe", test.nested, "sha256",
+                                        {"-nest"});
+        const Bytes nested = ict_test::vds::ReadBytes(scratch_ / "nested.exe");
+        ASSERT_GT(nested.size(), first.size());
+        handler_.nextSignedData = test.answer;
+        const Outcome outcome = Check(nested);
+        EXPECT_EQ(outcome.code, test.code);
+        EXPECT_EQ(handler_.Saw("IsNextSignedDataRequired"), test.asked);
+        EXPECT_EQ(std::count(handler_.events.begin(), handler_.events.end(), "OnSignedDataStarted"),
+                  test.asked && test.answer ? 2 : 1);
+    }
+}
+
+TEST_F(CorePeSignatureTest, OurSignerWritesTheTableThatOsslsigncodeAndWeAccept) {
+    ASSERT_EQ(CreateVerifier(), vdsOk);
+    for (const auto& compiler : ict_test::vds::MingwCompilers()) {
+        for (const char* signer : {"signer-ec", "signer", "signer-512"}) {
+            SCOPED_TRACE(compiler + " " + signer);
+            const fs::path program = scratch_ / "a.exe";
+            fs::copy_file(Program(compiler), program, fs::copy_options::overwrite_existing);
+            const Bytes unsigned_ = ict_test::vds::ReadBytes(program);
+            ict_test::vds::Sign(program, signer, true);
+            const Bytes bytes = ict_test::vds::ReadBytes(program);
+            const PeLayout layout = LayoutOf(bytes);
+            ASSERT_EQ(layout.certificates.size(), 1u);
+            EXPECT_EQ(layout.tableOffset, (unsigned_.size() + 7) / 8 * 8);
+            EXPECT_EQ(layout.tableSize % 8, 0u);
+            EXPECT_EQ(layout.tableOffset + layout.tableSize, bytes.size());
+            // Only the checksum and the directory entry changed before the table.
+            Bytes image(bytes.begin(),
+                        bytes.begin() + static_cast<std::ptrdiff_t>(unsigned_.size()));
+            Bytes original = unsigned_;
+            for (Bytes* copy : {&image, &original}) {
+                std::fill_n(copy->begin() + static_cast<std::ptrdiff_t>(layout.checksumOffset), 4,
+                            0);
+                std::fill_n(copy->begin() + static_cast<std::ptrdiff_t>(layout.securityEntryOffset),
+                            8, 0);
+            }
+            EXPECT_EQ(image, original);
+            EXPECT_TRUE(std::all_of(bytes.begin() + static_cast<std::ptrdiff_t>(unsigned_.size()),
+                                    bytes.begin() + static_cast<std::ptrdiff_t>(layout.tableOffset),
+                                    [](std::uint8_t byte) { return byte == 0; }));
+
+            const Bytes rightName = integrity_check_tool::SignedFileNameBytes(program);
+            const Bytes otherName = integrity_check_tool::SignedFileNameBytes(scratch_ / "b.exe");
+            EXPECT_EQ(Check(bytes).data.flags, kTrusted);
+            EXPECT_EQ(Check(bytes, &rightName).code, vdsOk);
+            const Outcome renamed = Check(bytes, &otherName);
+            EXPECT_EQ(renamed.code, vdsErrUntrusted);
+            EXPECT_EQ(renamed.data.flags & vdsFlagSignatureValueNotMatched,
+                      vdsFlagSignatureValueNotMatched);
+
+            const auto run = ict_test::vds::OsslsigncodeVerify(program, "3520p1");
+            EXPECT_EQ(run.exitCode, 0) << run.Describe();
+            EXPECT_EQ(run.out.find("invalid PE checksum"), std::string::npos) << run.out;
+        }
+    }
+}
+
+}  // namespace
+}  // namespace vds_core_test
