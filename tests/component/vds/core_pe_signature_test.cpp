@@ -283,6 +283,17 @@ TEST_F(CorePeSignatureTest, OurSignerWritesTheTableThatOsslsigncodeAndWeAccept) 
             EXPECT_EQ(renamed.data.flags & vdsFlagSignatureValueNotMatched,
                       vdsFlagSignatureValueNotMatched);
 
+            // Signing again replaces the table's one entry, and only when asked.
+            vds::signing::SignOptions replace;
+            EXPECT_THROW(vds::signing::SignFile(program, ict_test::vds::Signer(signer), replace),
+                         vds::signing::Error);
+            replace.replace = true;
+            vds::signing::SignFile(program, ict_test::vds::Signer(signer), replace);
+            const Bytes resigned = ict_test::vds::ReadBytes(program);
+            EXPECT_EQ(LayoutOf(resigned).certificates.size(), 1u);
+            EXPECT_EQ(LayoutOf(resigned).tableOffset, layout.tableOffset);
+            EXPECT_EQ(Check(resigned).data.flags, kTrusted);
+
             const auto run = ict_test::vds::OsslsigncodeVerify(program, "3520p1");
             EXPECT_EQ(run.exitCode, 0) << run.Describe();
             EXPECT_EQ(run.out.find("invalid PE checksum"), std::string::npos) << run.out;
