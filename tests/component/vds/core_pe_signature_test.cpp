@@ -1,10 +1,13 @@
 #include <algorithm>
+#include <ctime>
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
+#include <openssl/pem.h>
 
 #include "common/signed_file_name.h"
 #include "core_fixture.h"
@@ -241,6 +244,111 @@ TEST_F(CorePeSignatureTest, NestedSignaturesAreAskedForAndTheFirstTrustedDecides
         EXPECT_EQ(handler_.Saw("IsNextSignedDataRequired"), test.asked);
         EXPECT_EQ(std::count(handler_.events.begin(), handler_.events.end(), "OnSignedDataStarted"),
                   test.asked && test.answer ? 2 : 1);
+    }
+}
+
+// Seconds since 1970 of a development certificate's notBefore.
+std::int64_t NotBefore(const std::string& name) {
+    const std::string path = (ict_test::vds::PrivateVdsDir() / (name + ".pem")).string();
+    FILE* file = std::fopen(path.c_str(), "r");
+    EXPECT_NE(file, nullptr) << path;
+    X509* certificate = file != nullptr ? PEM_read_X509(file, nullptr, nullptr, nullptr) : nullptr;
+    if (file != nullptr) {
+        std::fclose(file);
+    }
+    std::tm time{};
+    EXPECT_EQ(ASN1_TIME_to_tm(X509_get0_notBefore(certificate), &time), 1);
+    X509_free(certificate);
+    return static_cast<std::int64_t>(timegm(&time));
+}
+
+TEST_F(CorePeSignatureTest, ATimestampMakesAnExpiredSignerAcceptableAtItsTime) {
+    ASSERT_EQ(CreateVerifier(), vdsOk);
+    const fs::path tsaChain = scratch_ / "tsa-chain.pem";
+    ict_test::WriteText(tsaChain,
+                        ict_test::ReadText(ict_test::vds::PrivateVdsDir() / "tsa.pem") +
+                            ict_test::ReadText(ict_test::vds::PrivateVdsDir() / "signing-ca.pem"));
+    // The lapsed signer was valid for one day from this time.
+    const std::int64_t validFrom = NotBefore("signer-lapsed");
+    // osslsigncode's own authority answers with the given time.
+    const auto stamped = [&](std::int64_t time) {
+        return std::vector<std::string>{
+            "-TSA-certs", tsaChain.string(),
+            "-TSA-key",   (ict_test::vds::PrivateVdsDir() / "tsa.key.pem").string(),
+            "-TSA-time",  std::to_string(time)};
+    };
+    constexpr VdsVerificationFlags kExpired =
+        vdsFlagSigned | vdsFlagEmbedded | vdsFlagRevocationCheckSkipped | vdsFlagExpired;
+    struct Case {
+        const char* name;
+        const char* signer;
+        std::vector<std::string> timestamp;
+        enum { Intact, TimeChanged, Transplanted } token;
+        VdsVerificationFlags flags;
+    };
+    const Case cases[] = {
+        {"expired, no timestamp", "signer-lapsed", {}, Case::Intact, kExpired},
+        {"expired, stamped while valid", "signer-lapsed", stamped(validFrom + 43200), Case::Intact,
+         kTrusted | vdsFlagCounterSignatureUsed},
+        {"expired, stamped after it lapsed", "signer-lapsed", stamped(validFrom + 2 * 86400),
+         Case::Intact, kExpired},
+        {"expired, stamped before its chain was valid", "signer-lapsed", stamped(validFrom - 3600),
+         Case::Intact, kExpired},
+        {"expired, the token's time changed", "signer-lapsed", stamped(validFrom + 43200),
+         Case::TimeChanged, kExpired},
+        {"expired, the token of another signature", "signer-lapsed", stamped(validFrom + 43200),
+         Case::Transplanted, kExpired},
+        {"valid, stamped: the timestamp is not needed", "signer-ec", stamped(validFrom + 43200),
+         Case::Intact, kTrusted},
+    };
+    const std::string compiler = ict_test::vds::MingwCompilers().front();
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.name);
+        Bytes bytes = OsslsigncodeSigned(compiler, test.signer, "sha256", test.timestamp);
+        if (test.token == Case::Transplanted) {
+            // Two signatures of the same program, stamped alike: the token
+            // of one covers its own signature, not the other's. The unsigned
+            // attribute ends the SignedData, so two SignedData of one length
+            // (their headers after the entry's) put it at the same offset.
+            const Bytes timestampOid = {0x2B, 6, 1, 4, 1, 0x82, 0x37, 3, 3, 1};
+            const std::size_t der = LayoutOf(bytes).tableOffset + 8;
+            std::map<Bytes, Bytes> byHeader;
+            Bytes other;
+            for (int attempt = 0; attempt < 40 && other.empty(); ++attempt) {
+                Bytes next = OsslsigncodeSigned(compiler, test.signer, "sha256", test.timestamp);
+                Bytes header(next.begin() + static_cast<std::ptrdiff_t>(der),
+                             next.begin() + static_cast<std::ptrdiff_t>(der + 4));
+                header.push_back(static_cast<std::uint8_t>(next.size()));
+                const auto found = byHeader.find(header);
+                if (found != byHeader.end()) {
+                    bytes = found->second;
+                    other = std::move(next);
+                } else {
+                    byHeader.emplace(std::move(header), std::move(next));
+                }
+            }
+            ASSERT_FALSE(other.empty()) << "no two signatures of one length";
+            const std::size_t at = Find(bytes, timestampOid);
+            ASSERT_EQ(Find(other, timestampOid), at);
+            ASSERT_NE(Bytes(other.begin() + static_cast<std::ptrdiff_t>(at), other.end()),
+                      Bytes(bytes.begin() + static_cast<std::ptrdiff_t>(at), bytes.end()));
+            std::copy(other.begin() + static_cast<std::ptrdiff_t>(at), other.end(),
+                      bytes.begin() + static_cast<std::ptrdiff_t>(at));
+        }
+        if (test.token == Case::TimeChanged) {
+            // The token's genTime, a GeneralizedTime of 15 characters.
+            std::time_t time = static_cast<std::time_t>(validFrom + 43200);
+            char text[16];
+            std::strftime(text, sizeof(text), "%Y%m%d%H%M%S", std::gmtime(&time));
+            const Bytes genTime(text, text + 14);
+            bytes[Find(bytes, genTime) + 9] ^= 0x01;
+        }
+        const Outcome outcome = Check(bytes);
+        EXPECT_EQ(outcome.data.flags, test.flags);
+        EXPECT_EQ(outcome.code, (test.flags & vdsFlagTrusted) != 0 ? vdsOk : vdsErrUntrusted);
+        EXPECT_EQ(handler_.Saw("OnValidatedTimestampChain"),
+                  !test.timestamp.empty() && std::string(test.signer) == "signer-lapsed" &&
+                      test.token == Case::Intact);
     }
 }
 

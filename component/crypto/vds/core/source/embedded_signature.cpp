@@ -14,6 +14,7 @@
 #include "openssl_handles.h"
 #include "signed_data_shape.h"
 #include "text.h"
+#include "timestamp.h"
 #include "vds/authenticode_format.h"
 #include "vds/der.h"
 #include "vds/signature_format.h"
@@ -395,7 +396,28 @@ private:
         ERR_clear_error();
         outcome->chain = ValidateChain(*request_.verifier, signer, certificates, request_.purpose);
         outcome->flags |= outcome->chain.flags;
+        if (content_.authenticode && (outcome->flags & vdsFlagsFailure) == vdsFlagExpired) {
+            UseTimestamp(signerInfo, signer, certificates, outcome);
+        }
         return vdsOk;
+    }
+
+    // A signer that has expired since is accepted when a timestamp shows
+    // the signature existed while its chain was valid.
+    void UseTimestamp(CMS_SignerInfo* signerInfo, X509* signer, STACK_OF(X509) * certificates,
+                      SignerInfoOutcome* outcome) {
+        std::int64_t time = 0;
+        if (!TimestampedAt(*request_.verifier, signerInfo, &time)) {
+            return;
+        }
+        ChainOutcome then = ValidateChain(*request_.verifier, signer, certificates,
+                                          request_.purpose, {time, false});
+        if ((then.flags & vdsFlagsFailure) != 0) {
+            return;
+        }
+        outcome->flags =
+            (outcome->flags & ~outcome->chain.flags) | then.flags | vdsFlagCounterSignatureUsed;
+        outcome->chain = std::move(then);
     }
 
     void CheckSignedAttributes(CMS_SignerInfo* signerInfo, const EVP_MD* algorithm,
