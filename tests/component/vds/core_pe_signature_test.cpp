@@ -250,16 +250,18 @@ TEST_F(CorePeSignatureTest, NestedSignaturesAreAskedForAndTheFirstTrustedDecides
 // Seconds since 1970 of a development certificate's notBefore.
 std::int64_t NotBefore(const std::string& name) {
     const std::string path = (ict_test::vds::PrivateVdsDir() / (name + ".pem")).string();
-    FILE* file = std::fopen(path.c_str(), "r");
-    EXPECT_NE(file, nullptr) << path;
-    X509* certificate = file != nullptr ? PEM_read_X509(file, nullptr, nullptr, nullptr) : nullptr;
-    if (file != nullptr) {
-        std::fclose(file);
-    }
-    std::tm time{};
-    EXPECT_EQ(ASN1_TIME_to_tm(X509_get0_notBefore(certificate), &time), 1);
+    BIO* file = BIO_new_file(path.c_str(), "r");
+    X509* certificate =
+        file != nullptr ? PEM_read_bio_X509(file, nullptr, nullptr, nullptr) : nullptr;
+    BIO_free(file);
+    EXPECT_NE(certificate, nullptr) << path;
+    ASN1_TIME* epoch = ASN1_TIME_set(nullptr, 0);
+    int days = 0;
+    int seconds = 0;
+    EXPECT_EQ(ASN1_TIME_diff(&days, &seconds, epoch, X509_get0_notBefore(certificate)), 1);
+    ASN1_TIME_free(epoch);
     X509_free(certificate);
-    return static_cast<std::int64_t>(timegm(&time));
+    return std::int64_t{days} * 86400 + seconds;
 }
 
 TEST_F(CorePeSignatureTest, ATimestampMakesAnExpiredSignerAcceptableAtItsTime) {
