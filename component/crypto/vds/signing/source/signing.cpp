@@ -1,5 +1,6 @@
 #include "vds/signing.h"
 
+#include <cstdint>
 #include <fstream>
 #include <iterator>
 
