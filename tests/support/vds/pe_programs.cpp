@@ -5,6 +5,7 @@
 #include <boost/process/search_path.hpp>
 
 #include "support/file_helpers.h"
+#include "support/host_tools.h"
 #include "support/temp_dir.h"
 #include "support/vds/vds_material.h"
 
@@ -48,8 +49,9 @@ std::string MissingPeTools() {
     std::vector<std::string> tools = MingwCompilers();
     tools.push_back("osslsigncode");
     for (const auto& tool : tools) {
-        if (boost::process::search_path(tool).empty()) {
-            return tool + " is not installed (scripts/install-deps.sh)";
+        const std::string reason = LinuxToolUnavailable(tool);
+        if (!reason.empty()) {
+            return reason;
         }
     }
     return {};
