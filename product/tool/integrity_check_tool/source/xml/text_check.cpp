@@ -132,7 +132,7 @@ private:
         }
     }
 
-    // A text held in memory is parsed where it lies, in one call. False
+    // A text held in memory is parsed where it lies, without a copy. False
     // when the source does not hold its text; `complete` when the parser
     // accepted the rest of it.
     bool ParseHeld(bool& complete) {
@@ -143,8 +143,24 @@ private:
         }
         CheckXmlTextSize(origin_.offset + length);
         RefuseUtf16(text, length);
-        complete = XML_Parse(parser_, text, static_cast<int>(length), XML_TRUE) == XML_STATUS_OK;
-        return true;
+        // In pieces: expat copies what it is given, and a piece at a time
+        // keeps that copy small.
+        constexpr std::size_t kPiece = 64 * 1024;
+        for (;;) {
+            const std::size_t piece = std::min(length, kPiece);
+            const bool last = piece == length;
+            if (XML_Parse(parser_, text, static_cast<int>(piece), last ? XML_TRUE : XML_FALSE) !=
+                XML_STATUS_OK) {
+                complete = false;
+                return true;
+            }
+            if (last) {
+                complete = true;
+                return true;
+            }
+            text += piece;
+            length -= piece;
+        }
     }
 
     // True when the parser accepted the rest of the text; false when it
