@@ -10,8 +10,13 @@ set_property(TARGET OpenSSL::Crypto APPEND PROPERTY INTERFACE_LINK_LIBRARIES
 # The library was built with its STL interface; say so whatever the header says.
 target_compile_definitions(ict_tinyxml INTERFACE TIXML_USE_STL)
 
+# An imported static library, so CMake orders libcrypto after it on every
+# link line (a plain path may end up before the libcrypto it needs).
 find_library(ICT_GOST_ENGINE_LIBRARY gost_engine REQUIRED)
-target_link_libraries(ict_gost_engine INTERFACE ${ICT_GOST_ENGINE_LIBRARY} OpenSSL::Crypto)
+add_library(ict_gost_engine_static STATIC IMPORTED)
+set_target_properties(ict_gost_engine_static PROPERTIES IMPORTED_LOCATION ${ICT_GOST_ENGINE_LIBRARY}
+                                                        INTERFACE_LINK_LIBRARIES OpenSSL::Crypto)
+target_link_libraries(ict_gost_engine INTERFACE ict_gost_engine_static)
 target_compile_definitions(ict_gost_engine INTERFACE ICT_GOST_ENGINE_LINKED)
 
 # Boost.Filesystem's random file names come from the CNG random source.

@@ -125,7 +125,7 @@ TEST_F(DirectoryStorageTest, DamagedCompressedStreamsFailEveryRead) {
     damages.push_back({"flipped byte", flipped});
     damages.push_back({"truncated", Bytes(good.begin(), good.end() - 20)});
     Bytes checksum = good;
-    checksum.back() ^= 1;
+    checksum.at(checksum.size() - 1) ^= 1;
     damages.push_back({"bad checksum", checksum});
     Bytes trailing = good;
     trailing.push_back(0);

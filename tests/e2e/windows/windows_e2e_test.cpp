@@ -59,7 +59,16 @@ TEST_F(WindowsProgramUnderWine, VersionIsReadFromTheProgramsVersionResource) {
     EXPECT_NE(image.find(Utf16(wine_e2e::ProjectVersion())), std::string::npos);
 }
 
+// Makes Wine report the given Windows version to the checker alone.
+void SetWineVersionOfTheChecker(const std::string& version) {
+    wine_e2e::ImportRegistry(
+        "REGEDIT4\n\n[HKEY_CURRENT_USER\\Software\\Wine\\AppDefaults\\integrity_checker.exe]\n"
+        "\"Version\"=\"" +
+        version + "\"\n");
+}
+
 TEST_F(WindowsProgramUnderWine, SystemFactsAreWinesAndFiltersDecideOnThem) {
+    SetWineVersionOfTheChecker("win10");
     struct Record {
         std::string filter;
         bool checked;
@@ -96,6 +105,18 @@ TEST_F(WindowsProgramUnderWine, SystemFactsAreWinesAndFiltersDecideOnThem) {
     const std::string log = ict_test::ReadText(trace);
     EXPECT_THAT(log, HasSubstr("\"arch\":\"X86_64\",\"os\":\"Windows\",\"edition\":\"Desktop\","
                                "\"bitness\":\"64\",\"version\":\"1000\""));
+
+    // The version is the system's, read at every start, not a constant.
+    SetWineVersionOfTheChecker("win81");
+    ict_test::WriteText(Product() / "old.dll", "old");
+    const auto older = wine_e2e::RunChecker(
+        {WriteManifest(Product() / "old.xml",
+                       FileRecord("%ProductRoot%\\old.dll", "old", "maxVersionNt=\"603\"") +
+                           FileRecord("%ProductRoot%\\old.dll", "old", "minVersionNt=\"1000\""))
+             .string()});
+    SetWineVersionOfTheChecker("win10");
+    EXPECT_EQ(older.exitCode, 0) << older.Describe();
+    EXPECT_THAT(older.out, HasSubstr("\tFiles: 0 / 1 / 1\n")) << older.Describe();
 }
 
 TEST_F(WindowsProgramUnderWine, PathsDriveLettersEnvironmentAndNames) {
@@ -158,6 +179,7 @@ TEST_F(WindowsProgramUnderWine, DefaultManifestIsFoundBesideTheProgram) {
 TEST_F(WindowsProgramUnderWine, SingleFileIsFoundByEquivalenceIgnoringLetterCase) {
     ict_test::WriteText(Product() / "bin" / "Mixed.dll", "mixed");
     ict_test::WriteText(Product() / "bin" / "other.dll", "other");
+    ict_test::WriteText(Product() / "bin" / "unlisted.dll", "unlisted");
     const auto manifest = WriteManifest(
         Product() / "m.xml", FileRecord("%ProductRoot%\\bin\\Mixed.dll", "mixed") +
                                  FileRecord("%ProductRoot%\\bin\\other.dll", "not other"));
@@ -168,10 +190,10 @@ TEST_F(WindowsProgramUnderWine, SingleFileIsFoundByEquivalenceIgnoringLetterCase
     EXPECT_THAT(run.out, HasSubstr("\tFiles: 0 / 0 / 1\n")) << run.Describe();
 
     run = wine_e2e::RunChecker({"--single_file",
-                                ict_test::ToWinePath(Product()) + "\\bin\\missing.dll",
+                                ict_test::ToWinePath(Product()) + "\\bin\\unlisted.dll",
                                 manifest.string()});
     EXPECT_EQ(run.exitCode, 1) << run.Describe();
-    EXPECT_THAT(run.err, HasSubstr("missing.dll not found in manifest"));
+    EXPECT_THAT(run.err, HasSubstr("unlisted.dll not found in manifest")) << run.Describe();
 }
 
 // One manifest over one tree: the Linux and the Windows program report the
