@@ -1,4 +1,5 @@
-// `integrity_signer vds`: VDS signatures (CMS SignedData appended to the file).
+// `integrity_signer vds`: VDS signatures (CMS SignedData in a program's
+// certificate table, or appended to any other file).
 #include <string>
 #include <vector>
 
@@ -17,8 +18,10 @@ namespace po = boost::program_options;
 const char* Usage() {
     return "Usage: integrity_signer vds --cert LEAF.pem --key KEY.pem [--chain CHAIN.pem]\n"
            "                            [--with-filename] [--replace] FILE...\n"
-           "Appends a VDS signature (CMS SignedData with the certificate chain, then a\n"
-           "trailer) to each FILE, in place.\n";
+           "Signs each FILE in place with a VDS signature (CMS SignedData with the\n"
+           "certificate chain): a Windows program (PE) in its certificate table,\n"
+           "Authenticode style, with its checksum updated; any other file by appending\n"
+           "the signature and a trailer.\n";
 }
 const char* Missing() {
     return "integrity_signer vds: --cert and --key are required";
@@ -75,7 +78,7 @@ int Run(const std::vector<std::string>& arguments) {
 }  // namespace
 
 Command VdsCommand() {
-    return {"vds", "append a VDS (CMS) signature", &Run};
+    return {"vds", "sign with a VDS (CMS) signature", &Run};
 }
 
 }  // namespace integrity_check_tool::signer

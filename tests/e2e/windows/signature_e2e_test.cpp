@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "support/vds/pe_programs.h"
 #include "support/vds/vds_material.h"
 #include "wine_support.h"
 
@@ -150,6 +151,59 @@ TEST_F(SignaturesUnderWine, RevocationListFromAStorageDirectoryRefusesTheRevoked
     EXPECT_THAT(run.out, HasSubstr("\tFiles: 1 / 0 / 1\n"));
     EXPECT_THAT(ict_test::ReadText(trace),
                 HasSubstr("CRL has been read successfully from storage"));
+}
+
+// Programs carry their signature in the certificate table; the Windows
+// checker reads it there, whichever tool signed.
+TEST_F(SignaturesUnderWine, ProgramsAreCheckedInTheirCertificateTable) {
+    const std::string missing = ict_test::vds::MissingPeTools();
+    if (!missing.empty()) {
+        GTEST_SKIP() << missing;
+    }
+    std::vector<std::string> good;
+    std::vector<std::string> patched;
+    for (const auto& compiler : ict_test::vds::MingwCompilers()) {
+        const std::string arch = compiler.find("x86_64") == 0 ? "x64" : "x86";
+        const fs::path plain = dir_ / (arch + ".exe");
+        ict_test::vds::BuildProgram(compiler, plain);
+        fs::create_directories(Bin());
+        ict_test::vds::OsslsigncodeSign(plain, Bin() / (arch + "-ossl.exe"), "signer-ec");
+        ict_test::vds::OsslsigncodeSign(plain, Bin() / (arch + "-patched.exe"), "signer-ec");
+        fs::copy_file(plain, Bin() / (arch + "-ours.exe"));
+        const fs::path material = ict_test::vds::PrivateVdsDir();
+        const auto signing =
+            RunHostTool(Signer(), {"vds", "--cert", (material / "signer.pem").string(), "--key",
+                                   (material / "signer.key.pem").string(), "--chain",
+                                   (material / "signing-ca.pem").string(), "--with-filename",
+                                   (Bin() / (arch + "-ours.exe")).string()});
+        ASSERT_EQ(signing.exitCode, 0) << signing.Describe();
+        ict_test::vds::Bytes bytes = ict_test::vds::ReadBytes(Bin() / (arch + "-patched.exe"));
+        bytes.at(0x400) ^= 1;  // the first section's first byte
+        ict_test::WriteBytes(Bin() / (arch + "-patched.exe"), bytes);
+        good.insert(good.end(), {arch + "-ossl.exe", arch + "-ours.exe"});
+        patched.push_back(arch + "-patched.exe");
+    }
+
+    auto run = wine_e2e::RunChecker(
+        {"--signature-only", "--signature-type", "vds", WriteManifest(good).string()});
+    EXPECT_EQ(run.exitCode, 0) << run.Describe();
+    EXPECT_THAT(run.out, HasSubstr("\tFiles: 0 / 0 / 4\n")) << run.Describe();
+
+    run = wine_e2e::RunChecker({"--signature-only", "--signature-type", "vds-with-filename",
+                                WriteManifest({"x86-ours.exe", "x64-ours.exe"}).string()});
+    EXPECT_EQ(run.exitCode, 0) << run.Describe();
+
+    run = wine_e2e::RunChecker(
+        {"--signature-only", "--signature-type", "vds", WriteManifest(patched).string()});
+    EXPECT_EQ(run.exitCode, 1) << run.Describe();
+    for (const auto& name : patched) {
+        EXPECT_THAT(
+            run.err,
+            HasSubstr(Failed(name) + "Can't verify VDS signature of file " +
+                      ict_test::ToWinePath(Bin()) + "\\" + name +
+                      ". Flags: Signed|Embedded|RevocationCheckSkipped|SignatureValueNotMatched"))
+            << run.Describe();
+    }
 }
 
 }  // namespace

@@ -68,6 +68,9 @@ TEST_F(NormalizeTest, BadInputLeavesTheFileByteForByte) {
                 Contains(HasSubstr("Normalization of manifest " + (dir_ / "m.xml").string() +
                                    " failed. Reason: Invalid name: sha256")));
     EXPECT_THAT(messages, Contains(HasSubstr("XML node Manifest is absent")));
+    // The unclosed manifest is placed: which file, which row.
+    EXPECT_THAT(messages, Contains(HasSubstr("Manifest file " + (dir_ / "m.xml").string() +
+                                             " is invalid at row 3")));
 
     EXPECT_FALSE(Run(dir_ / "none.xml"));
     EXPECT_FALSE(fs::exists(dir_ / "none.xml"));

@@ -96,7 +96,7 @@ TEST(XmlReadTest, AbsentAttributesReadAsEmptyOrUnset) {
     const Filter& filter = file.filter;
     EXPECT_FALSE(filter.arch || filter.os || filter.osEdition || filter.bitness ||
                  filter.minVersionNt || filter.maxVersionNt || filter.linuxKernelVersion ||
-                 filter.defined);
+                 !filter.defined.empty());
     EXPECT_EQ(manifest->registries[0]->values[0]->name, "");
 }
 

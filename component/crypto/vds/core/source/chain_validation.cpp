@@ -106,7 +106,7 @@ bool AllowsSigning(X509* certificate) {
 }  // namespace
 
 ChainOutcome ValidateChain(const VdsVerifier& verifier, X509* leaf, STACK_OF(X509) * untrusted,
-                           const VdsBlob& purpose) {
+                           const VdsBlob& purpose, const ChainOptions& options) {
     ChainOutcome outcome;
     outcome.leafSerial = SerialText(X509_get0_serialNumber(leaf));
     outcome.purposes = PurposesText(leaf);
@@ -122,6 +122,10 @@ ChainOutcome ValidateChain(const VdsVerifier& verifier, X509* leaf, STACK_OF(X50
     }
     X509_STORE_CTX_set_ex_data(context.get(), 0, &collector);
     X509_STORE_CTX_set_verify_cb(context.get(), CollectError);
+    if (options.atTime != 0) {
+        X509_VERIFY_PARAM_set_time(X509_STORE_CTX_get0_param(context.get()),
+                                   static_cast<time_t>(options.atTime));
+    }
     const int verified = X509_verify_cert(context.get());
     ERR_clear_error();
     if (verified <= 0 && collector.flags == 0) {
@@ -180,7 +184,9 @@ ChainOutcome ValidateChain(const VdsVerifier& verifier, X509* leaf, STACK_OF(X50
     }
 
     outcome.flags = collector.flags;
-    if (verifier.handler != nullptr) {
+    if (verifier.handler != nullptr && options.timestamp) {
+        verifier.handler->OnValidatedTimestampChain(outcome.flags);
+    } else if (verifier.handler != nullptr) {
         verifier.handler->OnValidatedContentChain(outcome.flags);
     }
     return outcome;

@@ -6,6 +6,7 @@
 #include "chain_validation.h"
 #include "handles.h"
 #include "object_reader.h"
+#include "vds/pe_format.h"
 
 namespace vds::core {
 
@@ -27,5 +28,11 @@ struct SignatureOutcome {
 // is a CMS SignedData over the bytes before it. Returns vdsOk with the outcome
 // (trusted or not), or the failure that kept the object from being read.
 VdsResult VerifyEmbeddedSignatures(const VerificationRequest& request, SignatureOutcome* outcome);
+
+// Verifies the signatures in a program's certificate table: each entry's
+// SignedData over the image digest, and those nested in it, in that order,
+// until one is trusted. The layout must have a certificate table.
+VdsResult VerifyProgramSignatures(const VerificationRequest& request,
+                                  const format::PeLayout& layout, SignatureOutcome* outcome);
 
 }  // namespace vds::core

@@ -34,6 +34,12 @@ VdsResult ObjectReader::ReadExact(std::uint64_t offset, void* buffer, std::size_
 
 VdsResult ObjectReader::Digest(std::uint64_t size, const std::vector<const EVP_MD*>& algorithms,
                                std::vector<std::vector<std::uint8_t>>* digests) const {
+    return Digest({{0, size}}, algorithms, digests);
+}
+
+VdsResult ObjectReader::Digest(const std::vector<format::ByteRange>& ranges,
+                               const std::vector<const EVP_MD*>& algorithms,
+                               std::vector<std::vector<std::uint8_t>>* digests) const {
     std::vector<OpenSslPtr<EVP_MD_CTX>> contexts;
     contexts.reserve(algorithms.size());
     for (const EVP_MD* algorithm : algorithms) {
@@ -45,22 +51,28 @@ VdsResult ObjectReader::Digest(std::uint64_t size, const std::vector<const EVP_M
         }
         contexts.push_back(std::move(context));
     }
+    std::uint64_t largest = 0;
+    for (const auto& range : ranges) {
+        largest = std::max(largest, range.size);
+    }
     std::vector<std::uint8_t> block(
-        static_cast<std::size_t>(std::min<std::uint64_t>(size, kBlockSize)));
-    for (std::uint64_t offset = 0; offset < size;) {
-        const auto chunk =
-            static_cast<std::size_t>(std::min<std::uint64_t>(size - offset, kBlockSize));
-        const VdsResult result = ReadExact(offset, block.data(), chunk);
-        if (result != vdsOk) {
-            return result;
-        }
-        for (auto& context : contexts) {
-            if (EVP_DigestUpdate(context.get(), block.data(), chunk) != 1) {
-                ERR_clear_error();
-                return vdsErrCryptoLib;
+        static_cast<std::size_t>(std::min<std::uint64_t>(largest, kBlockSize)));
+    for (const auto& range : ranges) {
+        for (std::uint64_t done = 0; done < range.size;) {
+            const auto chunk =
+                static_cast<std::size_t>(std::min<std::uint64_t>(range.size - done, kBlockSize));
+            const VdsResult result = ReadExact(range.offset + done, block.data(), chunk);
+            if (result != vdsOk) {
+                return result;
             }
+            for (auto& context : contexts) {
+                if (EVP_DigestUpdate(context.get(), block.data(), chunk) != 1) {
+                    ERR_clear_error();
+                    return vdsErrCryptoLib;
+                }
+            }
+            done += chunk;
         }
-        offset += chunk;
     }
     digests->clear();
     for (auto& context : contexts) {

@@ -6,6 +6,7 @@
 
 #include <openssl/evp.h>
 
+#include "vds/pe_format.h"
 #include "vds/vds_types.h"
 
 namespace vds::core {
@@ -22,6 +23,10 @@ public:
     VdsResult ReadExact(std::uint64_t offset, void* buffer, std::size_t size) const;
     // Digests of the first `size` bytes with each algorithm, in one pass.
     VdsResult Digest(std::uint64_t size, const std::vector<const EVP_MD*>& algorithms,
+                     std::vector<std::vector<std::uint8_t>>* digests) const;
+    // Digests of the ranges, one after another, with each algorithm.
+    VdsResult Digest(const std::vector<format::ByteRange>& ranges,
+                     const std::vector<const EVP_MD*>& algorithms,
                      std::vector<std::vector<std::uint8_t>>* digests) const;
 
 private:

@@ -257,4 +257,20 @@ std::vector<ByteRange> ImageDigestRanges(const PeLayout& layout, std::uint64_t f
     return ranges;
 }
 
+std::uint32_t PeChecksum(const std::uint8_t* bytes, std::size_t size,
+                         std::uint64_t checksumOffset) {
+    // The field counts as zero wherever it lies.
+    const auto byte = [&](std::size_t offset) -> std::uint32_t {
+        const bool inField = offset >= checksumOffset && offset - checksumOffset < 4;
+        return offset < size && !inField ? bytes[offset] : 0u;
+    };
+    std::uint64_t sum = 0;
+    for (std::size_t offset = 0; offset < size; offset += 2) {
+        sum += byte(offset) | byte(offset + 1) << 8;
+        sum = (sum & 0xFFFF) + (sum >> 16);
+    }
+    sum = (sum & 0xFFFF) + (sum >> 16);
+    return static_cast<std::uint32_t>(sum + size);
+}
+
 }  // namespace vds::format

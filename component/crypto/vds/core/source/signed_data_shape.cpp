@@ -4,148 +4,128 @@
 #include <set>
 #include <string>
 
+#include "vds/der.h"
+
 namespace vds::core {
 namespace {
 
-constexpr std::uint8_t kInteger = 0x02;
-constexpr std::uint8_t kOctetString = 0x04;
-constexpr std::uint8_t kNull = 0x05;
-constexpr std::uint8_t kObject = 0x06;
-constexpr std::uint8_t kSequence = 0x30;
-constexpr std::uint8_t kSet = 0x31;
-constexpr std::uint8_t kContext0 = 0xA0;
-constexpr std::uint8_t kContext1 = 0xA1;
+using format::DerElement;
+using format::DerReader;
+using format::kDerContext0;
+using format::kDerContext1;
+using format::kDerInteger;
+using format::kDerNull;
+using format::kDerObject;
+using format::kDerOctetString;
+using format::kDerSequence;
+using format::kDerSet;
 
-// One element: its tag, its whole encoding and its content.
-struct Element {
-    std::uint8_t tag = 0;
-    const std::uint8_t* begin = nullptr;  // the tag
-    const std::uint8_t* content = nullptr;
-    std::size_t contentSize = 0;
-    const std::uint8_t* end = nullptr;  // after the content
-};
-
-// Walks the elements of one content range; every read is bounded by it.
-class Reader {
-public:
-    Reader(const std::uint8_t* begin, std::size_t size) : cursor_(begin), end_(begin + size) {}
-    explicit Reader(const Element& element) : Reader(element.content, element.contentSize) {}
-
-    bool AtEnd() const { return cursor_ == end_; }
-    bool PeekTag(std::uint8_t tag) const { return !AtEnd() && *cursor_ == tag; }
-
-    bool Next(std::uint8_t tag, Element* element) {
-        if (!PeekTag(tag) || end_ - cursor_ < 2) {
-            return false;
-        }
-        element->tag = tag;
-        element->begin = cursor_;
-        const std::uint8_t* at = cursor_ + 1;
-        std::size_t length = *at++;
-        if ((length & 0x80) != 0) {
-            const std::size_t count = length & 0x7F;
-            if (count == 0 || count > sizeof(std::size_t) ||
-                static_cast<std::size_t>(end_ - at) < count) {
-                return false;
-            }
-            length = 0;
-            for (std::size_t index = 0; index < count; ++index) {
-                length = (length << 8) | *at++;
-            }
-        }
-        if (static_cast<std::size_t>(end_ - at) < length) {
-            return false;
-        }
-        element->content = at;
-        element->contentSize = length;
-        element->end = at + length;
-        cursor_ = element->end;
-        return true;
-    }
-
-private:
-    const std::uint8_t* cursor_;
-    const std::uint8_t* end_;
-};
-
-bool IsVersionOne(const Element& version) {
+bool IsVersionOne(const DerElement& version) {
     return version.contentSize == 1 && version.content[0] == 1;
 }
 
 // AlgorithmIdentifier: an OID and, at most, a NULL.
-bool IsPlainAlgorithm(const Element& algorithm) {
-    Reader reader(algorithm);
-    Element part;
-    if (!reader.Next(kObject, &part)) {
+bool IsPlainAlgorithm(const DerElement& algorithm) {
+    DerReader reader(algorithm);
+    DerElement part;
+    if (!reader.Next(kDerObject, &part)) {
         return false;
     }
-    if (reader.PeekTag(kNull) && (!reader.Next(kNull, &part) || part.contentSize != 0)) {
+    if (reader.PeekTag(kDerNull) && (!reader.Next(kDerNull, &part) || part.contentSize != 0)) {
         return false;
     }
     return reader.AtEnd();
 }
 
-std::string Bytes(const Element& element) {
+std::string Bytes(const DerElement& element) {
     return std::string(element.begin, element.end);
 }
 
-bool CheckSignerInfo(const Element& signerInfo, std::set<std::string>* digestAlgorithms) {
-    Reader reader(signerInfo);
-    Element version, sid, digest, attributes, signature, value;
-    if (!reader.Next(kInteger, &version) || !IsVersionOne(version) ||
-        !reader.Next(kSequence, &sid) || !reader.Next(kSequence, &digest) ||
-        !IsPlainAlgorithm(digest) || !reader.Next(kContext0, &attributes) ||
-        !reader.Next(kSequence, &signature) || !IsPlainAlgorithm(signature) ||
-        !reader.Next(kOctetString, &value)) {
+// Unsigned attributes: each an OID the caller allows, with a SET of values.
+bool AllowedUnsignedAttributes(const DerElement& attributes,
+                               const std::vector<std::string>& allowedOids) {
+    DerReader reader(attributes);
+    while (!reader.AtEnd()) {
+        DerElement attribute, type, values;
+        if (!reader.Next(kDerSequence, &attribute)) {
+            return false;
+        }
+        DerReader parts(attribute);
+        if (!parts.Next(kDerObject, &type) || !parts.Next(kDerSet, &values) || !parts.AtEnd() ||
+            std::find(allowedOids.begin(), allowedOids.end(), Bytes(type)) == allowedOids.end()) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool CheckSignerInfo(const DerElement& signerInfo, const std::vector<std::string>& allowedUnsigned,
+                     std::set<std::string>* digestAlgorithms) {
+    DerReader reader(signerInfo);
+    DerElement version, sid, digest, attributes, signature, value;
+    if (!reader.Next(kDerInteger, &version) || !IsVersionOne(version) ||
+        !reader.Next(kDerSequence, &sid) || !reader.Next(kDerSequence, &digest) ||
+        !IsPlainAlgorithm(digest) || !reader.Next(kDerContext0, &attributes) ||
+        !reader.Next(kDerSequence, &signature) || !IsPlainAlgorithm(signature) ||
+        !reader.Next(kDerOctetString, &value)) {
         return false;
     }
     digestAlgorithms->insert(Bytes(digest));
-    return reader.AtEnd();  // no unsigned attributes
+    DerElement unsignedAttributes;
+    if (reader.PeekTag(kDerContext1) &&
+        (allowedUnsigned.empty() || !reader.Next(kDerContext1, &unsignedAttributes) ||
+         !AllowedUnsignedAttributes(unsignedAttributes, allowedUnsigned))) {
+        return false;
+    }
+    return reader.AtEnd();
 }
 
 }  // namespace
 
-bool HasStrictSignedDataShape(const std::uint8_t* der, std::size_t size) {
-    Reader outer(der, size);
-    Element contentInfo;
-    if (!outer.Next(kSequence, &contentInfo) || !outer.AtEnd()) {
+bool HasStrictSignedDataShape(const std::uint8_t* der, std::size_t size,
+                              const std::vector<std::string>& allowedUnsigned) {
+    DerReader outer(der, size);
+    DerElement contentInfo;
+    if (!outer.Next(kDerSequence, &contentInfo) || !outer.AtEnd()) {
         return false;
     }
-    Reader info(contentInfo);
-    Element type, explicitContent, signedData;
-    if (!info.Next(kObject, &type) || !info.Next(kContext0, &explicitContent) || !info.AtEnd()) {
+    DerReader info(contentInfo);
+    DerElement type, explicitContent, signedData;
+    if (!info.Next(kDerObject, &type) || !info.Next(kDerContext0, &explicitContent) ||
+        !info.AtEnd()) {
         return false;
     }
-    Reader wrapper(explicitContent);
-    if (!wrapper.Next(kSequence, &signedData) || !wrapper.AtEnd()) {
+    DerReader wrapper(explicitContent);
+    if (!wrapper.Next(kDerSequence, &signedData) || !wrapper.AtEnd()) {
         return false;
     }
-    Reader body(signedData);
-    Element version, digestAlgorithms, encapsulated, certificates, signerInfos;
-    if (!body.Next(kInteger, &version) || !IsVersionOne(version) ||
-        !body.Next(kSet, &digestAlgorithms) || !body.Next(kSequence, &encapsulated)) {
+    DerReader body(signedData);
+    DerElement version, digestAlgorithms, encapsulated, certificates, signerInfos;
+    if (!body.Next(kDerInteger, &version) || !IsVersionOne(version) ||
+        !body.Next(kDerSet, &digestAlgorithms) || !body.Next(kDerSequence, &encapsulated)) {
         return false;
     }
-    if (body.PeekTag(kContext0) && !body.Next(kContext0, &certificates)) {
+    if (body.PeekTag(kDerContext0) && !body.Next(kDerContext0, &certificates)) {
         return false;
     }
-    if (body.PeekTag(kContext1) || !body.Next(kSet, &signerInfos) || !body.AtEnd()) {
+    if (body.PeekTag(kDerContext1) || !body.Next(kDerSet, &signerInfos) || !body.AtEnd()) {
         return false;
     }
     std::set<std::string> listed;
-    Reader algorithms(digestAlgorithms);
+    DerReader algorithms(digestAlgorithms);
     while (!algorithms.AtEnd()) {
-        Element algorithm;
-        if (!algorithms.Next(kSequence, &algorithm) || !IsPlainAlgorithm(algorithm) ||
+        DerElement algorithm;
+        if (!algorithms.Next(kDerSequence, &algorithm) || !IsPlainAlgorithm(algorithm) ||
             !listed.insert(Bytes(algorithm)).second) {
             return false;
         }
     }
     std::set<std::string> used;
-    Reader signers(signerInfos);
+    DerReader signers(signerInfos);
     while (!signers.AtEnd()) {
-        Element signerInfo;
-        if (!signers.Next(kSequence, &signerInfo) || !CheckSignerInfo(signerInfo, &used)) {
+        DerElement signerInfo;
+        if (!signers.Next(kDerSequence, &signerInfo) ||
+            !CheckSignerInfo(signerInfo, allowedUnsigned, &used)) {
             return false;
         }
     }

@@ -69,6 +69,10 @@ struct FileFormat {
     VdsFileFormat id = vdsFileFormatUnspecified;
 };
 
+bool HasCertificateTable(const FileFormat& found) {
+    return found.status == format::PeStatus::Parsed && found.layout.tableSize != 0;
+}
+
 VdsResult RecognizeFormat(const ObjectReader& reader, FileFormat* found) {
     const VdsResult result = format::ParsePe(
         [&reader](std::uint64_t offset, void* buffer, std::size_t size) {
@@ -127,7 +131,8 @@ VdsResult VerifyObject(const VdsVerifier* verifier, const VdsReadCallback* callb
                                      match.catalog->purposesText.c_str(),
                                      match.catalog->signatureFlags, 0, hashFlags);
             }
-            const bool forced = handler != nullptr && HasEmbeddedSignature(reader) &&
+            const bool forced = handler != nullptr &&
+                                (HasCertificateTable(fileFormat) || HasEmbeddedSignature(reader)) &&
                                 handler->IsSignedDataVerificationRequiredForcedly();
             if (!forced) {
                 flags = hashFlags | (match.catalog->signatureFlags & vdsFlagRevocationCheckSkipped);
@@ -149,7 +154,12 @@ VdsResult VerifyObject(const VdsVerifier* verifier, const VdsReadCallback* callb
     if (!decided) {
         VerificationRequest request{verifier, &reader, requiredPurpose, additionalContent};
         SignatureOutcome outcome;
-        const VdsResult verified = VerifyEmbeddedSignatures(request, &outcome);
+        // A program with a certificate table is signed there; any other file
+        // (a program without one included) may carry appended signatures.
+        const VdsResult verified =
+            HasCertificateTable(fileFormat)
+                ? VerifyProgramSignatures(request, fileFormat.layout, &outcome)
+                : VerifyEmbeddedSignatures(request, &outcome);
         if (verified != vdsOk) {
             return verified;
         }

@@ -1,6 +1,8 @@
 #include "vds/signing.h"
 
+#include <cstdint>
 #include <fstream>
+#include <iterator>
 
 #include <openssl/cms.h>
 #include <openssl/err.h>
@@ -8,6 +10,9 @@
 #include <openssl/pem.h>
 #include <boost/filesystem/operations.hpp>
 
+#include "vds/authenticode_format.h"
+#include "vds/der.h"
+#include "vds/pe_format.h"
 #include "vds/signature_format.h"
 #include "vds/vds_core.h"
 
@@ -173,17 +178,29 @@ SignerMaterial LoadSignerMaterial(const fs::path& certificate, const fs::path& k
     return material;
 }
 
-std::vector<std::uint8_t> SignContent(BIO* content, const SignerMaterial& material,
-                                      const SignOptions& options) {
+namespace {
+
+// A CMS SignedData over `content`: detached over id-data, or, given a
+// content type, holding the content under that type.
+std::vector<std::uint8_t> SignCms(BIO* content, const SignerMaterial& material,
+                                  const SignOptions& options, const char* contentType) {
     LoadEngine();
     std::unique_ptr<STACK_OF(X509), void (*)(STACK_OF(X509)*)> extra(
         sk_X509_new_null(), [](STACK_OF(X509) * stack) { sk_X509_free(stack); });
     for (const auto& certificate : material.chain) {
         sk_X509_push(extra.get(), certificate.get());
     }
-    const unsigned int flags = CMS_PARTIAL | CMS_DETACHED | CMS_BINARY;
+    const unsigned int placement = contentType == nullptr ? CMS_DETACHED : 0u;
+    const unsigned int flags = CMS_PARTIAL | CMS_BINARY | placement;
     std::unique_ptr<CMS_ContentInfo, decltype(&CMS_ContentInfo_free)> cms(
         CMS_sign(nullptr, nullptr, extra.get(), nullptr, flags), CMS_ContentInfo_free);
+    if (cms && contentType != nullptr) {
+        std::unique_ptr<ASN1_OBJECT, decltype(&ASN1_OBJECT_free)> type(OBJ_txt2obj(contentType, 1),
+                                                                       ASN1_OBJECT_free);
+        if (!type || CMS_set1_eContentType(cms.get(), type.get()) != 1) {
+            throw Error("Can't set the content type: " + OpenSslReason());
+        }
+    }
     const EVP_MD* algorithm = DigestFor(material.key.get());
     CMS_SignerInfo* signer =
         cms ? CMS_add1_signer(cms.get(), material.certificate.get(), material.key.get(), algorithm,
@@ -202,7 +219,7 @@ std::vector<std::uint8_t> SignContent(BIO* content, const SignerMaterial& materi
             throw Error("Can't add the file-name attribute: " + OpenSslReason());
         }
     }
-    if (CMS_final(cms.get(), content, nullptr, CMS_BINARY | CMS_DETACHED) != 1) {
+    if (CMS_final(cms.get(), content, nullptr, CMS_BINARY | placement) != 1) {
         throw Error("Can't sign: " + OpenSslReason());
     }
     unsigned char* der = nullptr;
@@ -215,12 +232,148 @@ std::vector<std::uint8_t> SignContent(BIO* content, const SignerMaterial& materi
     return bytes;
 }
 
+}  // namespace
+
+std::vector<std::uint8_t> SignContent(BIO* content, const SignerMaterial& material,
+                                      const SignOptions& options) {
+    return SignCms(content, material, options, nullptr);
+}
+
+namespace {
+
+void Store32(std::vector<std::uint8_t>& bytes, std::uint64_t offset, std::uint32_t value) {
+    for (std::size_t index = 0; index < 4; ++index) {
+        bytes[offset + index] = static_cast<std::uint8_t>(value >> (8 * index));
+    }
+}
+
+std::vector<std::uint8_t> ReadWhole(const fs::path& file) {
+    std::ifstream stream(file.string(), std::ios::binary);
+    std::vector<std::uint8_t> bytes((std::istreambuf_iterator<char>(stream)),
+                                    std::istreambuf_iterator<char>());
+    if (stream.bad()) {
+        throw Error("Can't read " + file.string());
+    }
+    return bytes;
+}
+
+// Whether the file is a program, reading only its headers.
+format::PeStatus ParseProgram(const fs::path& file, std::uint64_t size, format::PeLayout* layout) {
+    std::ifstream stream(file.string(), std::ios::binary);
+    format::PeStatus status = format::PeStatus::NotPe;
+    const VdsResult result = format::ParsePe(
+        [&stream](std::uint64_t offset, void* buffer, std::size_t count) {
+            stream.seekg(static_cast<std::streamoff>(offset));
+            stream.read(static_cast<char*>(buffer), static_cast<std::streamsize>(count));
+            return stream ? vdsOk : vdsErrCallbackRead;
+        },
+        size, &status, layout);
+    if (result != vdsOk) {
+        throw Error("Can't read " + file.string());
+    }
+    return status;
+}
+
+// The Authenticode signature of a program goes into its certificate table:
+// the image is padded to 8 bytes, digested as the table's readers digest it,
+// and the SignedData over its SpcIndirectDataContent becomes the one
+// WIN_CERTIFICATE; the directory entry and the checksum are set to match.
+std::vector<std::uint8_t> SignProgram(const fs::path& file, std::vector<std::uint8_t> bytes,
+                                      format::PeLayout layout, const SignerMaterial& material,
+                                      const SignOptions& options) {
+    if (layout.securityEntryOffset == 0) {
+        throw Error("Program " + file.string() + " has no certificate-table directory entry");
+    }
+    if (layout.tableSize != 0) {
+        if (options.nest) {
+            throw Error("Program " + file.string() +
+                        " is already signed; nested program signatures are not made here");
+        }
+        if (!options.replace) {
+            throw Error("File " + file.string() + " is already signed (use --replace)");
+        }
+        bytes.resize(layout.tableOffset);
+    }
+    bytes.resize((bytes.size() + 7) / 8 * 8, 0);
+    layout.tableOffset = 0;
+    layout.tableSize = 0;
+    const EVP_MD* algorithm = DigestFor(material.key.get());
+    std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> context(EVP_MD_CTX_new(),
+                                                                    EVP_MD_CTX_free);
+    if (!context || EVP_DigestInit_ex(context.get(), algorithm, nullptr) != 1) {
+        throw Error("Can't compute a digest: " + OpenSslReason());
+    }
+    for (const auto& range : format::ImageDigestRanges(layout, bytes.size())) {
+        EVP_DigestUpdate(context.get(), bytes.data() + range.offset, range.size);
+    }
+    format::IndirectDataDigest digest;
+    digest.digest.resize(EVP_MAX_MD_SIZE);
+    unsigned int length = 0;
+    if (EVP_DigestFinal_ex(context.get(), digest.digest.data(), &length) != 1) {
+        throw Error("Can't compute a digest: " + OpenSslReason());
+    }
+    digest.digest.resize(length);
+    char dotted[80] = "";
+    OBJ_obj2txt(dotted, sizeof(dotted), OBJ_nid2obj(EVP_MD_get_type(algorithm)), 1);
+    digest.algorithm = format::EncodeOid(dotted);
+    if (digest.algorithm.empty()) {
+        throw Error("Can't encode the digest algorithm: " + OpenSslReason());
+    }
+    const std::vector<std::uint8_t> indirect = format::MakeIndirectData(digest);
+    // The signed content is the SpcIndirectDataContent's octets: what the
+    // messageDigest of Authenticode covers.
+    std::unique_ptr<BIO, decltype(&BIO_free)> content(
+        BIO_new_mem_buf(indirect.data(), static_cast<int>(indirect.size())), BIO_free);
+    std::vector<std::uint8_t> signature =
+        SignCms(content.get(), material, options, format::kSpcIndirectDataOid);
+    if (!format::CmsToAuthenticode(&signature)) {
+        throw Error("Can't encode the signature of " + file.string());
+    }
+    const std::uint64_t entrySize =
+        (format::kWinCertificateHeaderSize + signature.size() + 7) / 8 * 8;
+    if (bytes.size() + entrySize > UINT32_MAX) {
+        throw Error("Program " + file.string() + " is too large to be signed");
+    }
+    const std::uint64_t tableOffset = bytes.size();
+    bytes.resize(tableOffset + entrySize, 0);
+    // The entry's length counts its padding, as other signing tools write it.
+    Store32(bytes, tableOffset, static_cast<std::uint32_t>(entrySize));
+    bytes[tableOffset + 4] = static_cast<std::uint8_t>(format::kWinCertificateRevision);
+    bytes[tableOffset + 5] = static_cast<std::uint8_t>(format::kWinCertificateRevision >> 8);
+    bytes[tableOffset + 6] = static_cast<std::uint8_t>(format::kWinCertificateTypePkcsSignedData);
+    bytes[tableOffset + 7] = 0;
+    std::copy(signature.begin(), signature.end(),
+              bytes.begin() +
+                  static_cast<std::ptrdiff_t>(tableOffset + format::kWinCertificateHeaderSize));
+    Store32(bytes, layout.securityEntryOffset, static_cast<std::uint32_t>(tableOffset));
+    Store32(bytes, layout.securityEntryOffset + 4, static_cast<std::uint32_t>(entrySize));
+    Store32(bytes, layout.checksumOffset,
+            format::PeChecksum(bytes.data(), bytes.size(), layout.checksumOffset));
+    return bytes;
+}
+
+}  // namespace
+
 void SignFile(const fs::path& file, const SignerMaterial& material, const SignOptions& options) {
     boost::system::error_code error;
     if (!fs::is_regular_file(file, error)) {
         throw Error("File " + file.string() + " is not a regular file");
     }
     const std::uint64_t size = fs::file_size(file);
+    format::PeLayout layout;
+    const format::PeStatus program = ParseProgram(file, size, &layout);
+    if (program != format::PeStatus::NotPe) {
+        if (program == format::PeStatus::Malformed || size > UINT32_MAX) {
+            throw Error("Program " + file.string() +
+                        " has damaged headers or a damaged certificate table");
+        }
+        const std::vector<std::uint8_t> bytes =
+            SignProgram(file, ReadWhole(file), std::move(layout), material, options);
+        TemporaryFile temporary(file);
+        Append(temporary.Path(), bytes.data(), bytes.size());
+        temporary.MoveTo(file);
+        return;
+    }
     format::SignatureLocation location;
     const auto status = ReadTrailer(file, size, &location);
     std::uint64_t contentSize = size;

@@ -85,11 +85,19 @@ bool Normalize::Execute() {
             settings_.manifestPath, [&](ruk::IIO& io) { file.Write(*read.manifest, io); },
             &read.stamp);
     } catch (...) {
-        const std::string line = MessageFormat(NormalizationFailed(), name, CurrentExceptionText());
-        tracer_->Write(trace_level::Error, line);
-        // This action has no console writer; a log file must not hide the reason.
-        if (tracer_->WritesToFile()) {
-            std::cerr << line << std::endl;
+        // Where it happened comes first, on a line of its own.
+        const std::string context = CurrentExceptionContext();
+        const std::string failed =
+            MessageFormat(NormalizationFailed(), name, CurrentExceptionText());
+        for (const std::string* line : {&context, &failed}) {
+            if (line->empty()) {
+                continue;
+            }
+            tracer_->Write(trace_level::Error, *line);
+            // This action has no console writer; a log file must not hide the reason.
+            if (tracer_->WritesToFile()) {
+                std::cerr << *line << std::endl;
+            }
         }
         return false;
     }

@@ -11,10 +11,10 @@ namespace integrity_check_tool {
 // The program's named enumerations. Values are the ordinals of their name
 // tables; they are not operating-system numbers.
 enum class CheckType : std::uint32_t { Exists, NotExists, Gost2012, Sha256, Value };
-enum class Bitness : std::uint32_t { Bits32, Bits64 };
-enum class OsEdition : std::uint32_t { Server, Desktop };
-enum class Os : std::uint32_t { Linux, Windows, MacOS };
-enum class Arch : std::uint32_t { X86_64, X86, IA64, ARM32, ARM64, E2K32, E2K64 };
+enum class Bitness : std::uint8_t { Bits32, Bits64 };
+enum class OsEdition : std::uint8_t { Server, Desktop };
+enum class Os : std::uint8_t { Linux, Windows, MacOS };
+enum class Arch : std::uint8_t { X86_64, X86, IA64, ARM32, ARM64, E2K32, E2K64 };
 enum class SignatureType : std::uint32_t { Dsvm2, Vds, VdsWithFilename };
 enum class RegistryType : std::uint32_t {
     Binary,
@@ -43,10 +43,10 @@ struct NamedValues {
 template <typename Enum>
 struct NamedValuesOf;
 
-#define ICT_DECLARE_NAMED_VALUES(Enum, N)           \
-    template <>                                     \
-    struct NamedValuesOf<Enum> {                    \
-        static const NamedValues<Enum, N>& Get();   \
+#define ICT_DECLARE_NAMED_VALUES(Enum, N)         \
+    template <>                                   \
+    struct NamedValuesOf<Enum> {                  \
+        static const NamedValues<Enum, N>& Get(); \
     }
 
 ICT_DECLARE_NAMED_VALUES(CheckType, 5);

@@ -9,7 +9,9 @@
 
 namespace integrity_check_tool {
 
-// Conditions under which a manifest record applies; unset means "any".
+// Conditions under which a manifest record applies; unset means "any". One
+// is held by every record, so it is kept small: the enumerations are a byte
+// each, and an empty `defined` is no condition (the writer leaves it out).
 struct Filter {
     boost::optional<Arch> arch;
     boost::optional<Os> os;
@@ -18,7 +20,7 @@ struct Filter {
     boost::optional<std::uint32_t> minVersionNt;
     boost::optional<std::uint32_t> maxVersionNt;
     boost::optional<std::uint32_t> linuxKernelVersion;
-    boost::optional<std::string> defined;
+    std::string defined;
 };
 
 }  // namespace integrity_check_tool

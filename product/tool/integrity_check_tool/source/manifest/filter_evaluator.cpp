@@ -57,7 +57,7 @@ bool AboveMaxVersion(const Filter& filter, const Context& context) {
 }
 
 bool NotDefined(const Filter& filter, const Context& context) {
-    return filter.defined && context.definitions.count(*filter.defined) == 0;
+    return !filter.defined.empty() && context.definitions.count(filter.defined) == 0;
 }
 
 Context MakeContext(const SystemInfo& system) {

@@ -44,8 +44,8 @@ void PutFilter(ptree& tree, const Filter& filter) {
     PutNumber(tree, "minVersionNt", filter.minVersionNt);
     PutNumber(tree, "maxVersionNt", filter.maxVersionNt);
     PutNumber(tree, "linuxKernelVersion", filter.linuxKernelVersion);
-    if (filter.defined) {
-        tree.put("defined", *filter.defined);
+    if (!filter.defined.empty()) {
+        tree.put("defined", filter.defined);
     }
 }
 

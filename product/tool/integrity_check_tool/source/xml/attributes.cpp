@@ -98,9 +98,8 @@ Filter ReadFilter(const TiXmlElement& element) {
     ReadNumberAttribute(element, "maxVersionNt", filter.maxVersionNt);
     ReadNumberAttribute(element, "linuxKernelVersion", filter.linuxKernelVersion);
     // An empty name is what the writer leaves out: no condition.
-    auto defined = FindAttribute(element, "defined");
-    if (defined && !defined->empty()) {
-        filter.defined = std::move(defined);
+    if (auto defined = FindAttribute(element, "defined")) {
+        filter.defined = std::move(*defined);
     }
     return filter;
 }
@@ -113,8 +112,8 @@ void WriteFilter(TiXmlElement& element, const Filter& filter) {
     WriteNumber(element, "minVersionNt", filter.minVersionNt);
     WriteNumber(element, "maxVersionNt", filter.maxVersionNt);
     WriteNumber(element, "linuxKernelVersion", filter.linuxKernelVersion);
-    if (filter.defined && !filter.defined->empty()) {
-        element.SetAttribute("defined", filter.defined->c_str());
+    if (!filter.defined.empty()) {
+        element.SetAttribute("defined", filter.defined.c_str());
     }
 }
 

@@ -123,10 +123,9 @@ bool ReadWhole(ruk::IIO& io, std::size_t limit, std::string& text) {
 
 // The line that says which manifest failed and where, shown before the
 // manifest's failure line.
-std::string DescribeFailure(const boost::filesystem::path& path, const boost::exception& error) {
+std::string DescribeFailure(const std::string& name, const boost::exception& error) {
     const auto* standard = dynamic_cast<const std::exception*>(&error);
     const std::string reason = standard != nullptr ? standard->what() : "Unknown exception.";
-    const std::string name = PathToUtf8(path);
     const int* row = boost::get_error_info<XmlRowInfo>(error);
     const int* column = boost::get_error_info<XmlColumnInfo>(error);
     if (row != nullptr && column != nullptr) {
@@ -136,6 +135,15 @@ std::string DescribeFailure(const boost::filesystem::path& path, const boost::ex
         return MessageFormat(InvalidAtRow(), name, *row, reason);
     }
     return MessageFormat(Invalid(), name, reason);
+}
+
+// A stream failure names its cause already; anything else is the manifest's
+// content, and the user needs to know which file and where.
+void AttachLocation(const std::string& name, boost::exception& error) {
+    if (boost::get_error_info<ruk::ResultCodeInfo>(error) == nullptr &&
+        boost::get_error_info<ErrorContextInfo>(error) == nullptr) {
+        error << ErrorContextInfo(DescribeFailure(name, error));
+    }
 }
 
 void TraceManifest(const TracerPtr& tracer, const char* format, const boost::filesystem::path& path,
@@ -159,14 +167,19 @@ ManifestPtr File::Read(ruk::IIO& io, const std::string& origin) const {
     // A manifest of usual size is read once and held: its records are then
     // built from the very bytes that were checked. A larger one is read
     // again record by record, so that memory follows the records.
-    std::string text;
-    if (ReadWhole(io, kHeldTextSize, text)) {
-        MemoryTextSource source(text.data(), text.size());
+    try {
+        std::string text;
+        if (ReadWhole(io, kHeldTextSize, text)) {
+            MemoryTextSource source(text.data(), text.size());
+            return ReadManifest(source, context);
+        }
+        text = std::string();
+        StreamTextSource source(io);
         return ReadManifest(source, context);
+    } catch (boost::exception& error) {
+        AttachLocation(origin, error);
+        throw;
     }
-    text = std::string();
-    StreamTextSource source(io);
-    return ReadManifest(source, context);
 }
 
 ManifestPtr File::Load(const boost::filesystem::path& path, const FilterEvaluator* filter) const {
@@ -176,11 +189,7 @@ ManifestPtr File::Load(const boost::filesystem::path& path, const FilterEvaluato
         manifest = Read(*io, PathToUtf8(path));
         RegisterEnvironment(*manifest, std::make_shared<Environment>(path, tracer_), filter);
     } catch (boost::exception& error) {
-        // A stream failure names its cause already; anything else is the
-        // manifest's content, and the user needs to know which file and where.
-        if (boost::get_error_info<ruk::ResultCodeInfo>(error) == nullptr) {
-            error << ErrorContextInfo(DescribeFailure(path, error));
-        }
+        AttachLocation(PathToUtf8(path), error);
         throw;
     }
     TraceManifest(tracer_, ManifestLoaded(), path, *manifest);

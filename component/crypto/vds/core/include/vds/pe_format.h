@@ -76,4 +76,9 @@ struct ByteRange {
 // directory entry, which signing changes.
 std::vector<ByteRange> ImageDigestRanges(const PeLayout& layout, std::uint64_t fileSize);
 
+// The CheckSum field's value for a program of these bytes: the 16-bit
+// one's-complement-style sum of the file, the field itself left out, plus
+// the file size.
+std::uint32_t PeChecksum(const std::uint8_t* bytes, std::size_t size, std::uint64_t checksumOffset);
+
 }  // namespace vds::format
