@@ -10,6 +10,7 @@
 #include "arguments/options.h"
 #include "common/message_format.h"
 #include "generate/nt_version.h"
+#include "generate/parallel_jobs.h"
 
 namespace po = boost::program_options;
 
@@ -25,6 +26,7 @@ constexpr const char* Version = "version";
 constexpr const char* Arch = "arch";
 constexpr const char* Edition = "edition";
 constexpr const char* Type = "type";
+constexpr const char* Threads = "threads";
 }  // namespace name
 
 namespace command {
@@ -37,6 +39,7 @@ const char* Usage() {
     return "Makes and maintains manifests for integrity_checker.\n"
            "Usage:\n"
            "  %1% generate --config FILE --output MANIFEST [--version V] [--arch A] [--edition E]\n"
+           "           [--threads N]\n"
            "      write the manifest that the generation configuration FILE describes\n"
            "  %1% normalize MANIFEST\n"
            "      rewrite MANIFEST in place in the current dialect\n"
@@ -57,6 +60,10 @@ const char* ArchDescription() {
 }
 const char* EditionDescription() {
     return "edition the records apply to( %1% ) (generate)";
+}
+const char* ThreadsDescription() {
+    return "threads that compute file values, 1 or more; the manifest is the same for any "
+           "number (generate; default: one per core, here %1%)";
 }
 const char* TypeDescription() {
     return "value to print( Sha256 | Gost2012 | Value ) (hash)";
@@ -80,6 +87,9 @@ const char* OperandMissing() {
 const char* OperandNotExpected() {
     return "%1% takes no operand, but %2% was given";
 }
+const char* NotAThreadCount() {
+    return "Invalid thread count %1%: use a number from 1 to %2%";
+}
 const char* NotAHashType() {
     return "Invalid hash type %1%: use Sha256, Gost2012 or Value";
 }
@@ -93,7 +103,7 @@ struct CommandRules {
 
 const CommandRules* FindRules(const std::string& name) {
     static const CommandRules generate{
-        {name::Config, name::Output, name::Version, name::Arch, name::Edition},
+        {name::Config, name::Output, name::Version, name::Arch, name::Edition, name::Threads},
         {name::Config, name::Output},
         ""};
     static const CommandRules normalize{{}, {}, "MANIFEST"};
@@ -116,6 +126,20 @@ CheckType ParseHashType(const std::string& text) {
         throw std::invalid_argument(MessageFormat(NotAHashType(), text));
     }
     return type;
+}
+
+// Far more threads than cores only costs memory; the bound keeps a typo
+// from asking the system for millions.
+constexpr unsigned kMaxThreads = 256;
+
+unsigned ParseThreadCount(const std::string& text) {
+    const bool digits = !text.empty() && text.size() <= 3 &&
+                        text.find_first_not_of("0123456789") == std::string::npos;
+    const unsigned long count = digits ? std::stoul(text) : 0;
+    if (count < 1 || count > kMaxThreads) {
+        throw std::invalid_argument(MessageFormat(NotAThreadCount(), text, kMaxThreads));
+    }
+    return static_cast<unsigned>(count);
 }
 
 boost::filesystem::path Absolute(const std::string& text) {
@@ -148,6 +172,8 @@ po::options_description ManifestToolArguments::GetVisibleOptions() const {
          MessageFormat(ArchDescription(), JoinNames<Arch>()).c_str())
         (name::Edition, po::value<std::string>(),
          MessageFormat(EditionDescription(), JoinNames<OsEdition>()).c_str())
+        (name::Threads, po::value<std::string>(),
+         MessageFormat(ThreadsDescription(), generate::DefaultThreadCount()).c_str())
         (name::Type, po::value<std::string>(), TypeDescription());
     // clang-format on
     return options;
@@ -199,8 +225,8 @@ void ManifestToolArguments::Validate() const {
         if (rules == nullptr) {
             throw std::invalid_argument(MessageFormat(UnknownCommand(), command));
         }
-        for (const char* option :
-             {name::Config, name::Output, name::Version, name::Arch, name::Edition, name::Type}) {
+        for (const char* option : {name::Config, name::Output, name::Version, name::Arch,
+                                   name::Edition, name::Threads, name::Type}) {
             if (Has(option) && rules->allowed.count(option) == 0) {
                 throw std::invalid_argument(MessageFormat(OptionNotForCommand(), option, command));
             }
@@ -220,6 +246,9 @@ void ManifestToolArguments::Validate() const {
         }
         if (Has(name::Type)) {
             ParseHashType(GetText(name::Type));
+        }
+        if (Has(name::Threads)) {
+            ParseThreadCount(GetText(name::Threads));
         }
     } catch (const std::invalid_argument& error) {
         RethrowWithHelp(error);
@@ -257,6 +286,8 @@ std::shared_ptr<ApplicationConfiguration> ManifestToolArguments::BuildConfigurat
             settings.osEdition = ParseOptionValue<OsEdition>(GetText(name::Edition));
             settings.stampOsEdition = true;
         }
+        settings.threads = Has(name::Threads) ? ParseThreadCount(GetText(name::Threads))
+                                              : generate::DefaultThreadCount();
         configuration->generate = std::move(settings);
     } else if (command == command::Normalize) {
         configuration->normalize = NormalizeSettings{Absolute(GetText(name::Operand))};

@@ -48,6 +48,32 @@ TEST(RukFileIoTest, CreatesWritesSeeksResizesAndReadsBack) {
     EXPECT_TRUE(ruk::Failed(reader->Write("x", 1, &written)));
 }
 
+// A file opened for reading keeps the size it had when opened; a read that
+// gives fewer bytes than asked marks its end until the stream is moved.
+TEST(RukFileIoTest, ReadingStreamKeepsItsOpeningSizeAndEnd) {
+    ict_test::TempDir dir;
+    const auto path = dir / "growing.txt";
+    ict_test::WriteText(path, "0123456789");
+    ruk::intrusive_ptr<ruk::IIO> io;
+    ASSERT_EQ(ruk::OpenFileIO(path, ruk::OpenMode::Read, &io), ruk::result::Success);
+    char buffer[64] = {};
+    std::size_t read = 0;
+    ASSERT_EQ(io->Read(buffer, 4, &read), ruk::result::Success);
+    EXPECT_EQ(std::string(buffer, read), "0123");
+    ASSERT_EQ(io->Read(buffer, sizeof(buffer), &read), ruk::result::Success);
+    EXPECT_EQ(std::string(buffer, read), "456789");
+
+    ict_test::WriteText(path, "0123456789abc");  // rewritten in place, longer
+    std::uint64_t size = 0;
+    ASSERT_EQ(io->GetSize(&size), ruk::result::Success);
+    EXPECT_EQ(size, 10u);
+    ASSERT_EQ(io->Read(buffer, sizeof(buffer), &read), ruk::result::Success);
+    EXPECT_EQ(read, 0u) << "the short read was the end";
+    ASSERT_EQ(io->Seek(8, ruk::SeekOrigin::Begin, nullptr), ruk::result::Success);
+    ASSERT_EQ(ruk::ReadFully(*io, buffer, sizeof(buffer), &read), ruk::result::Success);
+    EXPECT_EQ(std::string(buffer, read), "89abc");
+}
+
 TEST(RukFileIoTest, ReportsSystemErrorsForMissingFilesAndDirectories) {
     ict_test::TempDir dir;
     ruk::intrusive_ptr<ruk::IIO> io;

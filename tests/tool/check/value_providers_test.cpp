@@ -15,6 +15,7 @@
 #include "support/temp_dir.h"
 #include "tool/check/fakes.h"
 #include "tool/engine_helpers/trace_capture.h"
+#include "utils/read_blocks.h"
 
 namespace integrity_check_tool {
 namespace {
@@ -80,6 +81,68 @@ TEST(Sha256Test, DigestsOfEmptySmallAndMultiBlockFiles) {
     ict_test::WriteBytes(dir / "big", big);
     EXPECT_EQ(Evaluate(sha256, data_object::File(dir / "big")),
               FirstWordOf("sha256sum '" + (dir / "big").string() + "'"));
+
+    // Sizes about the page and the block that reads are sized by, after the
+    // big file above left the thread's buffer at its largest.
+    for (const std::size_t size :
+         {std::size_t{4095}, std::size_t{4096}, std::size_t{4097}, std::size_t{1024 * 1024 - 1},
+          std::size_t{1024 * 1024}, std::size_t{1024 * 1024 + 1}}) {
+        const auto path = dir / ("sized" + std::to_string(size));
+        ict_test::WriteBytes(path, std::vector<std::uint8_t>(big.begin(), big.begin() + size));
+        EXPECT_EQ(Evaluate(sha256, data_object::File(path)),
+                  FirstWordOf("sha256sum '" + path.string() + "'"))
+            << size;
+    }
+}
+
+// A stream whose size says less or more than it holds (a file that grows or
+// shrinks while it is read, a procfs file that reports none): the size only
+// sizes the reads, every byte there is is read.
+class MisreportingIO : public ruk::MemoryIO {
+public:
+    MisreportingIO(std::vector<std::uint8_t> data, std::uint64_t size)
+        : MemoryIO(std::move(data)), size_(size) {}
+    ruk::result_t GetSize(std::uint64_t* size) override {
+        *size = size_;
+        return ruk::result::Success;
+    }
+
+private:
+    std::uint64_t size_;
+};
+
+TEST(Sha256Test, ReadsEveryByteWhateverTheSizeSays) {
+    const std::vector<std::uint8_t> bytes(100000, 'a');
+    const std::string expected = Evaluate(openssl::Sha256(), ict_test::FakeDataObject(true, bytes));
+    for (const std::uint64_t reported : {0ull, 10ull, 99999ull, 100001ull, 1ull << 40}) {
+        MockDataObject object;
+        EXPECT_CALL(object, GetData()).WillOnce([&] {
+            return ruk::intrusive_ptr<ruk::IIO>(new MisreportingIO(bytes, reported));
+        });
+        EXPECT_EQ(Evaluate(openssl::Sha256(), object), expected) << reported;
+    }
+}
+
+// A read that starts while the thread's block is in use (a provider reading
+// inside another's consumer) gets a block of its own.
+TEST(ReadBlocksTest, NestedReadsKeepTheirOwnBlocks) {
+    const auto outer = ruk::MakeIntrusive<ruk::MemoryIO>(std::vector<std::uint8_t>(5000, 'o'));
+    std::string seen;
+    ASSERT_EQ(
+        ReadBlocks(*outer, 4096,
+                   [&](const std::uint8_t* data, std::size_t size) {
+                       const auto inner =
+                           ruk::MakeIntrusive<ruk::MemoryIO>(std::vector<std::uint8_t>(3, 'i'));
+                       ASSERT_EQ(
+                           ReadBlocks(*inner, 4096,
+                                      [&](const std::uint8_t* innerData, std::size_t innerSize) {
+                                          seen.append(innerData, innerData + innerSize);
+                                      }),
+                           ruk::result::Success);
+                       seen.append(data, data + size);
+                   }),
+        ruk::result::Success);
+    EXPECT_EQ(seen, "iii" + std::string(4096, 'o') + "iii" + std::string(904, 'o'));
 }
 
 TEST(ValueProvidersTest, RawGivesEveryByteAndEmptyNeverReads) {

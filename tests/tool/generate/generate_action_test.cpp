@@ -231,5 +231,100 @@ TEST_F(GenerateActionTest, EveryUnreadableFolderIsNamedAndNothingIsWritten) {
     EXPECT_THAT(out_.str(), HasSubstr("\tDirectories: 1 / 0 / 0\n"));
 }
 
+// Files are hashed on several threads, but what is written, traced and
+// reported must be what one thread gives, in the same order: a clean tree
+// gives the same manifest byte for byte, a tree with failures the same lines.
+TEST_F(GenerateActionTest, ThreadCountChangesNothingButSpeed) {
+    for (int index = 0; index < 40; ++index) {
+        const std::string folder = index % 3 == 0 ? "bin" : index % 3 == 1 ? "bin/sub" : "lib";
+        ict_test::WriteText(dir_ / "product" / folder / ("f" + std::to_string(index) + ".dll"),
+                            std::string(static_cast<std::size_t>(index) * 997, char('a' + index)));
+    }
+    ict_test::WriteText(dir_ / "product" / "bin" / "%HOME%.dll", "refused name");
+    const std::string clean = R"(<ManifestGeneration productRoot="../product">
+  <Directory path="%ProductRoot%\bin" group="true"><Check type="Sha256"/><Check type="Gost2012"/></Directory>
+  <Directory path="%ProductRoot%\lib"><Check type="Exists"/><Check type="Value"/></Directory>
+</ManifestGeneration>)";
+    // The second folder lists bin/sub again with other checks, and one file
+    // can't be read: failures both before and while values are computed.
+    const std::string failing = R"(<ManifestGeneration productRoot="../product">
+  <Directory path="%ProductRoot%\bin" group="true"><Check type="Exists"/><Check type="Sha256"/></Directory>
+  <Directory path="%ProductRoot%\bin\sub"><Check type="Value"/></Directory>
+</ManifestGeneration>)";
+    const fs::path locked = dir_ / "product" / "bin" / "f3.dll";
+
+    struct Outcome {
+        bool succeeded;
+        std::string manifest;
+        std::string out;
+        std::string err;
+        std::vector<std::string> messages;
+    };
+    // The time of generation ("2024-01-01T00:00:00Z") is the one thing that may differ.
+    const auto timeless = [](std::string text) {
+        const std::string shape = "dddd-dd-ddTdd:dd:ddZ";
+        for (std::size_t at = 0; at + shape.size() <= text.size(); ++at) {
+            bool matches = true;
+            for (std::size_t index = 0; index < shape.size() && matches; ++index) {
+                const char c = text[at + index];
+                matches = shape[index] == 'd' ? c >= '0' && c <= '9' : c == shape[index];
+            }
+            if (matches) {
+                text.replace(at, shape.size(), "TIME");
+            }
+        }
+        return text;
+    };
+    const auto generate = [&](const std::string& config, unsigned threads, bool lock) {
+        out_.str("");
+        err_.str("");
+        const std::size_t tracedBefore = Messages().size();
+        fs::remove(dir_ / "m.xml");
+        auto settings = Settings(config, dir_ / "m.xml");
+        settings.threads = threads;
+        ict_test::SetPermissions(locked, lock ? fs::no_perms : fs::owner_all);
+        Outcome outcome{};
+        {
+            ict_test::ObeyFilePermissions obey;
+            outcome.succeeded = Run(settings);
+        }
+        ict_test::SetPermissions(locked, fs::owner_all);
+        if (fs::exists(dir_ / "m.xml")) {
+            outcome.manifest = timeless(ict_test::ReadText(dir_ / "m.xml"));
+        }
+        outcome.out = out_.str();
+        outcome.err = err_.str();
+        const auto messages = Messages();
+        for (std::size_t line = tracedBefore; line < messages.size(); ++line) {
+            outcome.messages.push_back(timeless(messages[line]));
+        }
+        return outcome;
+    };
+
+    const Outcome one = generate(clean, 1, false);
+    ASSERT_TRUE(one.succeeded) << one.err;
+    EXPECT_THAT(one.manifest, HasSubstr("f39.dll"));
+    EXPECT_THAT(one.messages,
+                Contains("Checker Gost2012 added for %ProductRoot%\\bin\\sub\\f37.dll"));
+    const Outcome many = generate(clean, 4, false);
+    EXPECT_EQ(many.manifest, one.manifest);
+    EXPECT_EQ(many.out, one.out);
+    EXPECT_EQ(many.err, one.err);
+    EXPECT_EQ(many.messages, one.messages);
+
+    const Outcome oneFailing = generate(failing, 1, true);
+    EXPECT_FALSE(oneFailing.succeeded);
+    EXPECT_THAT(oneFailing.err, HasSubstr("bin/sub/f1.dll is already listed with other checks"));
+    if (ict_test::ObeyFilePermissions().Binding()) {
+        EXPECT_THAT(oneFailing.err,
+                    HasSubstr("Generation of file %ProductRoot%\\bin\\f3.dll failed"));
+    }
+    const Outcome manyFailing = generate(failing, 3, true);
+    EXPECT_FALSE(manyFailing.succeeded);
+    EXPECT_EQ(manyFailing.out, oneFailing.out);
+    EXPECT_EQ(manyFailing.err, oneFailing.err);
+    EXPECT_EQ(manyFailing.messages, oneFailing.messages);
+}
+
 }  // namespace
 }  // namespace integrity_check_tool::action

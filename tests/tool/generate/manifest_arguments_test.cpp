@@ -8,6 +8,7 @@
 #include <boost/filesystem/operations.hpp>
 
 #include "common/exception.h"
+#include "generate/parallel_jobs.h"
 #include "manifest_arguments.h"
 
 namespace integrity_check_tool {
@@ -48,10 +49,12 @@ TEST(ManifestArgumentsTest, GenerateFillsOnlyItsSectionWithAbsolutePaths) {
     EXPECT_EQ(settings.version, "");
     EXPECT_FALSE(settings.stampArch);
     EXPECT_FALSE(settings.stampOsEdition);
+    EXPECT_EQ(settings.threads, generate::DefaultThreadCount());
 
     const auto stamped =
         Build({"generate", "--config", "/c.xml", "--output", "/m.xml", "--arch", "ARM64",
-               "--edition", "Server", "--version", "6.1", "--trace", "log.txt"});
+               "--edition", "Server", "--version", "6.1", "--trace", "log.txt", "--threads", "3"});
+    EXPECT_EQ(stamped->generate->threads, 3u);
     EXPECT_EQ(stamped->generate->arch, Arch::ARM64);
     EXPECT_TRUE(stamped->generate->stampArch);
     EXPECT_EQ(stamped->generate->osEdition, OsEdition::Server);
@@ -86,6 +89,13 @@ TEST(ManifestArgumentsTest, MisuseIsExplainedWithTheHelpText) {
          "generate takes no operand, but extra was given"},
         {{"normalize"}, "normalize needs a MANIFEST to work on"},
         {{"normalize", "m.xml", "--arch", "X86"}, "Option --arch does not apply to normalize"},
+        {{"normalize", "m.xml", "--threads", "2"}, "Option --threads does not apply to normalize"},
+        {{"generate", "--config", "c", "--output", "m", "--threads", "0"},
+         "Invalid thread count 0: use a number from 1 to 256"},
+        {{"generate", "--config", "c", "--output", "m", "--threads", "257"},
+         "Invalid thread count 257: use a number from 1 to 256"},
+        {{"generate", "--config", "c", "--output", "m", "--threads", "two"},
+         "Invalid thread count two: use a number from 1 to 256"},
         {{"hash", "a.dll"}, "hash needs the option --type"},
         {{"hash", "--type", "Exists", "a.dll"},
          "Invalid hash type Exists: use Sha256, Gost2012 or Value"},
@@ -121,6 +131,8 @@ TEST(ManifestArgumentsTest, HelpNeedsNoCommandAndListsEveryCommand) {
     EXPECT_THAT(help.str(),
                 HasSubstr("  integrity_manifest hash --type Sha256|Gost2012|Value FILE\n"));
     EXPECT_THAT(help.str(), HasSubstr("--edition arg"));
+    EXPECT_THAT(help.str(), HasSubstr("[--threads N]"));
+    EXPECT_THAT(help.str(), HasSubstr("--threads arg"));
     EXPECT_THAT(help.str(), HasSubstr("Server | Desktop"));
 }
 

@@ -1,6 +1,7 @@
 // Manifest texts an attacker or a careless editor may hand the reader: each
 // must fail with the parser's description and where, or read exactly as
 // written; none may crash, hang or change what it says.
+#include <algorithm>
 #include <chrono>
 #include <string>
 
@@ -11,6 +12,7 @@
 #include "manifest/manifest_operations.h"
 #include "manifest/path_text.h"
 #include "trace_capture.h"
+#include "xml/manifest_reader.h"
 #include "xml/text_check.h"
 #include "xml_test_helpers.h"
 
@@ -283,6 +285,70 @@ TEST(HostileXmlTest, UnknownAttributesAreWarnedOfWithElementAndRow) {
     EXPECT_THAT(legacyLines[0], HasSubstr("generationDateTime of IntegrityManifest at row 1"));
     EXPECT_THAT(legacyLines[1], HasSubstr("minVersionNt of File at row 2"));
     EXPECT_THAT(legacyLines[2], HasSubstr("alg of Hash at row 2"));
+}
+
+// A source that keeps its text to itself, as a file does; from the first
+// seek after it was read to its end (the records being read again) it shows
+// `later` instead, as a file changed by someone else would.
+class StreamedText : public ITextSource {
+public:
+    StreamedText(std::string text, std::string later = "")
+        : text_(std::move(text)), later_(std::move(later)) {}
+    void Seek(std::uint64_t offset) override {
+        if (position_ == text_.size() && !later_.empty()) {
+            text_ = later_;
+        }
+        position_ = std::min<std::size_t>(offset, text_.size());
+    }
+    std::size_t Read(char* buffer, std::size_t size) override {
+        const std::size_t count = std::min(size, text_.size() - position_);
+        std::copy_n(text_.data() + position_, count, buffer);
+        position_ += count;
+        return count;
+    }
+
+private:
+    std::string text_;
+    std::string later_;
+    std::size_t position_ = 0;
+};
+
+// A text larger than the reader holds whole is read again record by record
+// through a moving window (and a record larger than the window on its own):
+// it must give what the text held in memory gives, and a text changed
+// between the two readings must be refused.
+TEST(HostileXmlTest, TextReadAgainByRecordsReadsAsHeldAndRefusesChanges) {
+    std::string text = "<Manifest productName=\"P\">\n  <Environment key=\"Bin\" value=\"/b\"/>\n";
+    for (int index = 0; index < 4000; ++index) {
+        text += "  <File path=\"%Bin%/f" + std::to_string(index) +
+                "\"><Check type=\"Sha256\" value=\"AQID\"/></File>\n";
+        if (index == 2000) {
+            text += "  <File path=\"/" + std::string(300 * 1024, 'x') + "\"/>\n";
+        }
+    }
+    text += "</Manifest>\n";
+
+    ReadContext heldContext(nullptr, "held");
+    MemoryTextSource held(text.data(), text.size());
+    const auto fromMemory = ReadManifest(held, heldContext);
+    ReadContext streamedContext(nullptr, "streamed");
+    StreamedText streamed(text);
+    const auto fromStream = ReadManifest(streamed, streamedContext);
+    EXPECT_EQ(fromStream->files.size(), 4001u);
+    EXPECT_EQ(PrintManifest(*fromStream), PrintManifest(*fromMemory));
+
+    for (const std::string& changed : {std::string("value=\"AQID'"), std::string("<!-- -->")}) {
+        std::string later = text;
+        later.replace(later.find("value=\"AQID\"", text.size() / 2), changed.size(), changed);
+        StreamedText changing(text, later);
+        ReadContext context(nullptr, "changing");
+        try {
+            ReadManifest(changing, context);
+            ADD_FAILURE() << "a changed text was accepted: " << changed;
+        } catch (const Exception& error) {
+            EXPECT_EQ(error.GetMessage(), "XML text changed while it was read");
+        }
+    }
 }
 
 }  // namespace

@@ -37,7 +37,8 @@ public:
 // earlier look at the path: only a regular file opens, so a path swapped for
 // a FIFO, a device or a link to one can neither block nor stream without
 // end. Opening never waits for a writer. A folder fails with the system's
-// own error, any other kind with result::NotRegularFile.
+// own error, any other kind with result::NotRegularFile. A stream opened for
+// reading reports the size the file had when it was opened.
 result_t OpenFileIO(const boost::filesystem::path& path, OpenMode mode, intrusive_ptr<IIO>* io);
 
 // Why OpenFileIO found no file to read: nothing at the path (or a path

@@ -11,6 +11,8 @@
 namespace ruk::platform {
 namespace {
 
+constexpr off_t kReadAheadFrom = 256 * 1024;
+
 result_t LastError() {
     return MakeOsResult(static_cast<std::uint32_t>(errno));
 }
@@ -23,12 +25,30 @@ public:
             ::close(fd_);
         }
     }
-    void Adopt(int fd) { fd_ = fd; }
+    // `knownSize` is the size taken when a file opened for reading was
+    // opened: such a descriptor can't change it, so asking again would be one
+    // more system call per file for the same answer.
+    void Adopt(int fd, const struct stat* knownSize) {
+        fd_ = fd;
+        if (knownSize != nullptr) {
+            knownSize_ = static_cast<std::uint64_t>(knownSize->st_size);
+            sizeKnown_ = true;
+        }
+    }
 
     result_t Read(void* buffer, std::size_t size, std::size_t* read) override {
+        if (atEnd_) {
+            if (read != nullptr) {
+                *read = 0;
+            }
+            return result::Success;
+        }
         for (;;) {
             const ssize_t count = ::read(fd_, buffer, size);
             if (count >= 0) {
+                // A regular file gives fewer bytes than asked only at its
+                // end: the read that would say so costs a system call.
+                atEnd_ = sizeKnown_ && static_cast<std::size_t>(count) < size;
                 if (read != nullptr) {
                     *read = static_cast<std::size_t>(count);
                 }
@@ -73,6 +93,7 @@ public:
         if (target < 0) {
             return LastError();
         }
+        atEnd_ = false;
         if (position != nullptr) {
             *position = static_cast<std::uint64_t>(target);
         }
@@ -80,6 +101,10 @@ public:
     }
 
     result_t GetSize(std::uint64_t* size) override {
+        if (sizeKnown_) {
+            *size = knownSize_;
+            return result::Success;
+        }
         struct stat info {};
         if (::fstat(fd_, &info) != 0) {
             return LastError();
@@ -104,6 +129,9 @@ public:
 
 private:
     int fd_ = -1;
+    bool sizeKnown_ = false;  // a regular file opened for reading
+    std::uint64_t knownSize_ = 0;
+    bool atEnd_ = false;
 };
 
 }  // namespace
@@ -171,9 +199,12 @@ result_t OpenFile(const boost::filesystem::path& path, OpenMode mode, intrusive_
             ::close(fd);
             return result::NotRegularFile;
         }
-        ::posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
+        // Read-ahead only helps a file that takes more than a few reads.
+        if (info.st_size > kReadAheadFrom) {
+            ::posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
+        }
     }
-    file->Adopt(fd);
+    file->Adopt(fd, mode == OpenMode::Read ? &info : nullptr);
     *io = file.release();
     return result::Success;
 }

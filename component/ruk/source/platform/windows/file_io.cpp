@@ -20,15 +20,33 @@ public:
             ::CloseHandle(handle_);
         }
     }
-    void Adopt(HANDLE handle) { handle_ = handle; }
+    // `knownSize` is the size taken when a file opened for reading was
+    // opened: such a handle can't change it, so asking again would be one
+    // more system call per file for the same answer.
+    void Adopt(HANDLE handle, const LARGE_INTEGER* knownSize) {
+        handle_ = handle;
+        if (knownSize != nullptr) {
+            knownSize_ = static_cast<std::uint64_t>(knownSize->QuadPart);
+            sizeKnown_ = true;
+        }
+    }
 
     result_t Read(void* buffer, std::size_t size, std::size_t* read) override {
+        if (atEnd_) {
+            if (read != nullptr) {
+                *read = 0;
+            }
+            return result::Success;
+        }
         // ReadFile takes a 32-bit count; larger requests are served in part.
         const DWORD request = size > 0x40000000u ? 0x40000000u : static_cast<DWORD>(size);
         DWORD count = 0;
         if (!::ReadFile(handle_, buffer, request, &count, nullptr)) {
             return LastError();
         }
+        // A disk file gives fewer bytes than asked only at its end: the read
+        // that would say so costs a system call.
+        atEnd_ = sizeKnown_ && count < request;
         if (read != nullptr) {
             *read = count;
         }
@@ -69,6 +87,7 @@ public:
         if (!::SetFilePointerEx(handle_, distance, &target, method)) {
             return LastError();
         }
+        atEnd_ = false;
         if (position != nullptr) {
             *position = static_cast<std::uint64_t>(target.QuadPart);
         }
@@ -76,6 +95,10 @@ public:
     }
 
     result_t GetSize(std::uint64_t* size) override {
+        if (sizeKnown_) {
+            *size = knownSize_;
+            return result::Success;
+        }
         LARGE_INTEGER value;
         if (!::GetFileSizeEx(handle_, &value)) {
             return LastError();
@@ -109,6 +132,9 @@ public:
 
 private:
     HANDLE handle_ = INVALID_HANDLE_VALUE;
+    bool sizeKnown_ = false;  // a disk file opened for reading
+    std::uint64_t knownSize_ = 0;
+    bool atEnd_ = false;
 };
 
 }  // namespace
@@ -175,7 +201,13 @@ result_t OpenFile(const boost::filesystem::path& path, OpenMode mode, intrusive_
         ::CloseHandle(handle);
         return result::NotRegularFile;
     }
-    file->Adopt(handle);
+    LARGE_INTEGER size;
+    if (mode == OpenMode::Read && !::GetFileSizeEx(handle, &size)) {
+        const result_t error = LastError();
+        ::CloseHandle(handle);
+        return error;
+    }
+    file->Adopt(handle, mode == OpenMode::Read ? &size : nullptr);
     *io = file.release();
     return result::Success;
 }

@@ -26,6 +26,9 @@ struct GenerateSettings {
     // version is, when it is not empty); unstamped manifests fit any system.
     bool stampArch = false;
     bool stampOsEdition = false;
+    // Threads that compute the values of a folder's files; the manifest is
+    // the same for any count.
+    unsigned threads = 1;
 };
 
 struct NormalizeSettings {

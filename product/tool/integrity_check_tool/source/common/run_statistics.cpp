@@ -71,9 +71,14 @@ void RunStatistics::PrintSummary() {
 bool RunStatistics::Run(std::size_t kind, const std::string& word, const std::string& name,
                         const std::function<void()>& check) {
     Get(kind);  // a bad kind is a programming error, not an object failure
-    const std::string processing = MessageFormat(ObjectProcessing(), word, name);
-    output_->Write(ConsoleOutput::Verbose, processing);
-    tracer_->Write(trace_level::Detail, processing);
+    // The per-object lines are composed only when someone reads them: a
+    // quiet run over many small files would spend its time formatting.
+    const bool detailed = output_->IsVerbose() || tracer_->IsEnabled(trace_level::Detail);
+    if (detailed) {
+        const std::string processing = MessageFormat(ObjectProcessing(), word, name);
+        output_->Write(ConsoleOutput::Verbose, processing);
+        tracer_->Write(trace_level::Detail, processing);
+    }
     try {
         check();
     } catch (...) {
@@ -95,17 +100,21 @@ bool RunStatistics::Run(std::size_t kind, const std::string& word, const std::st
         return false;
     }
     CountSuccess(kind);
-    const std::string succeeded = MessageFormat(ObjectSucceeded(), word, name);
-    output_->Write(ConsoleOutput::Verbose, succeeded);
-    tracer_->Write(trace_level::Detail, succeeded);
+    if (detailed) {
+        const std::string succeeded = MessageFormat(ObjectSucceeded(), word, name);
+        output_->Write(ConsoleOutput::Verbose, succeeded);
+        tracer_->Write(trace_level::Detail, succeeded);
+    }
     return true;
 }
 
 void RunStatistics::Skip(std::size_t kind, const std::string& word, const std::string& name) {
     CountSkip(kind);
-    const std::string filtered = MessageFormat(ObjectFiltered(), word, name);
-    output_->Write(ConsoleOutput::Verbose, filtered);
-    tracer_->Write(trace_level::Detail, filtered);
+    if (output_->IsVerbose() || tracer_->IsEnabled(trace_level::Detail)) {
+        const std::string filtered = MessageFormat(ObjectFiltered(), word, name);
+        output_->Write(ConsoleOutput::Verbose, filtered);
+        tracer_->Write(trace_level::Detail, filtered);
+    }
 }
 
 }  // namespace integrity_check_tool

@@ -6,6 +6,7 @@
 #include "dsvm/dsvm.h"
 #include "dsvm/exception.h"
 #include "ruk/exception.h"
+#include "utils/read_blocks.h"
 
 namespace integrity_check_tool::dsvm {
 namespace {
@@ -67,15 +68,9 @@ void Gost2012Hash::Evaluate(const IDataObject& object, std::vector<std::uint8_t>
     // The object's stream may be a registry value or a file; it is read to
     // its end one block at a time.
     const ruk::intrusive_ptr<ruk::IIO> io = object.GetData();
-    const std::unique_ptr<std::uint8_t[]> block(new std::uint8_t[kBlockSize]);
-    for (;;) {
-        std::size_t count = 0;
-        RUK_CHECK(io->Read(block.get(), kBlockSize, &count));
-        if (count == 0) {
-            break;
-        }
-        Check(DsvmHashUpdate(hash.get(), block.get(), count), CantCalculateHash());
-    }
+    RUK_CHECK(ReadBlocks(*io, kBlockSize, [&hash](const std::uint8_t* data, std::size_t count) {
+        Check(DsvmHashUpdate(hash.get(), data, count), CantCalculateHash());
+    }));
     std::vector<std::uint8_t> digest(DSVM_HASH_SIZE);
     Check(DsvmHashFinish(hash.get(), digest.data(), digest.size()), CantCalculateHash());
     value = std::move(digest);

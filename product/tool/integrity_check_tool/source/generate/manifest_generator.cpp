@@ -11,6 +11,7 @@
 #include "common/trace_level.h"
 #include "generate/entry_name.h"
 #include "generate/nt_version.h"
+#include "generate/parallel_jobs.h"
 #include "generate/tree_enumerator.h"
 #include "manifest/path_text.h"
 #include "platform/registry_support.h"
@@ -109,6 +110,17 @@ void StampCondition(boost::optional<Value>& own, const boost::optional<Value>& s
 
 }  // namespace
 
+// One listed file of a folder on its way to the manifest.
+struct ManifestGenerator::PendingFile {
+    const std::string* relativePath = nullptr;  // as listed, '/' between segments
+    const boost::filesystem::path* localPath = nullptr;
+    std::string relative;      // with the manifest's separators
+    bool nameRefused = false;  // its name would read as a placeholder
+    bool fresh = false;        // listed here first: its values are computed
+    std::exception_ptr failure;
+    std::vector<CheckInfo> checks;  // the values had before any failure
+};
+
 ManifestGenerator::ManifestGenerator(std::shared_ptr<const Factory> factory,
                                      ConsoleOutputPtr output, RunStatistics& statistics,
                                      ProgressCounter& progress)
@@ -122,6 +134,7 @@ ManifestPtr ManifestGenerator::Generate(const GenerationConfig& config,
                                         const GenerateSettings& settings) {
     manifest_ = std::make_unique<Manifest>();
     failed_ = false;
+    threads_ = std::max(1u, settings.threads);
     localFiles_.clear();
     manifest_->productName = config.productName;
     manifest_->productVersion = config.productVersion;
@@ -235,14 +248,34 @@ void ManifestGenerator::AddDirectory(const DirectorySource& source, const fs::pa
         group->filter = Stamped(source.filter);
         group->path = PathFromUtf8(path);
     }
-    std::size_t failures = 0;
+    // Names and registrations are settled in listing order, the values are
+    // computed on every thread, and the records are made in listing order
+    // again: the manifest and every line about it are those of one thread.
+    std::vector<PendingFile> pending;
+    pending.reserve(listing.files.size());
     for (const auto& file : listing.files) {
-        const std::string relative = ToManifestSeparators(file.relativePath);
-        if (NameMakesPlaceholder(path, relative)) {
-            skipped(ShowName(file.relativePath), PercentInName());
+        PendingFile entry;
+        entry.relativePath = &file.relativePath;
+        entry.localPath = &file.fullPath;
+        entry.relative = ToManifestSeparators(file.relativePath);
+        entry.nameRefused = NameMakesPlaceholder(path, entry.relative);
+        if (!entry.nameRefused) {
+            try {
+                entry.fresh = RegisterLocalFile(file.fullPath, source.checks);
+            } catch (...) {
+                entry.failure = std::current_exception();
+            }
+        }
+        pending.push_back(std::move(entry));
+    }
+    ComputeDirectoryFiles(source, pending);
+    std::size_t failures = 0;
+    for (const auto& entry : pending) {
+        if (entry.nameRefused) {
+            skipped(ShowName(*entry.relativePath), PercentInName());
             continue;
         }
-        if (!AddDirectoryFile(source, relative, file.fullPath, group.get())) {
+        if (!AddDirectoryFile(source, entry, group.get())) {
             ++failures;
         }
     }
@@ -266,20 +299,49 @@ void ManifestGenerator::AddDirectory(const DirectorySource& source, const fs::pa
                    reasons.empty() ? StatusSuccess() : StatusFailure());
 }
 
-bool ManifestGenerator::AddDirectoryFile(const DirectorySource& source, const std::string& relative,
-                                         const fs::path& localPath, DirectoryInfo* group) {
-    const std::string name = JoinManifestPath(TrimSeparators(source.path), relative);
-    progress_.Step();
+void ManifestGenerator::ComputeDirectoryFiles(const DirectorySource& source,
+                                              std::vector<PendingFile>& files) {
+    std::vector<PendingFile*> counted;
+    for (auto& file : files) {
+        if (!file.nameRefused) {
+            counted.push_back(&file);
+        }
+    }
+    std::vector<Providers> providers(threads_);
+    RunJobs(
+        counted.size(), threads_,
+        [&](unsigned worker, std::size_t index) {
+            PendingFile& file = *counted[index];
+            if (!file.fresh || file.failure) {
+                return;
+            }
+            try {
+                const auto object = factory_->CreateFile(*file.localPath);
+                ComputeChecks(*object, source.checks, file.localPath->string(), providers[worker],
+                              file.checks);
+            } catch (...) {
+                file.failure = std::current_exception();
+            }
+        },
+        [this] { progress_.Step(); });
+}
+
+bool ManifestGenerator::AddDirectoryFile(const DirectorySource& source, const PendingFile& entry,
+                                         DirectoryInfo* group) {
+    const std::string name = JoinManifestPath(TrimSeparators(source.path), entry.relative);
     try {
-        if (!RegisterLocalFile(localPath, source.checks)) {
+        TraceAdded(entry.checks, name);
+        if (entry.failure) {
+            std::rethrow_exception(entry.failure);
+        }
+        if (!entry.fresh) {
             return true;
         }
-        const auto object = factory_->CreateFile(localPath);
         auto file = std::make_unique<FileInfo>();
-        file->checks = EvaluateChecks(*object, source.checks, name, localPath.string());
+        file->checks = entry.checks;
         if (group != nullptr) {
             // The folder's conditions reach its files when the manifest is read.
-            file->path = PathFromUtf8(relative);
+            file->path = PathFromUtf8(entry.relative);
             group->files.push_back(std::move(file));
         } else {
             file->filter = Stamped(source.filter);
@@ -374,8 +436,22 @@ std::vector<CheckInfo> ManifestGenerator::EvaluateChecks(const IDataObject& obje
                                                          const std::vector<CheckType>& types,
                                                          const std::string& name,
                                                          const std::string& localName) const {
-    const bool exists = object.IsExists();
     std::vector<CheckInfo> checks;
+    try {
+        ComputeChecks(object, types, localName, providers_, checks);
+    } catch (...) {
+        TraceAdded(checks, name);
+        throw;
+    }
+    TraceAdded(checks, name);
+    return checks;
+}
+
+void ManifestGenerator::ComputeChecks(const IDataObject& object,
+                                      const std::vector<CheckType>& types,
+                                      const std::string& localName, Providers& providers,
+                                      std::vector<CheckInfo>& checks) const {
+    const bool exists = object.IsExists();
     for (const CheckType type : types) {
         CheckInfo check;
         check.type = type;
@@ -388,16 +464,21 @@ std::vector<CheckInfo> ManifestGenerator::EvaluateChecks(const IDataObject& obje
                 ICT_THROW(Exception(MessageFormat(ObjectPresent(), localName)));
             }
         } else {
-            auto& provider = providers_[type];
+            auto& provider = providers[type];
             if (!provider) {
                 provider = factory_->CreateValueProvider(type);
             }
             provider->Evaluate(object, check.value);
         }
-        tracer_->Trace(trace_level::Detail, CheckerAdded(), ToName(type), name);
         checks.push_back(std::move(check));
     }
-    return checks;
+}
+
+void ManifestGenerator::TraceAdded(const std::vector<CheckInfo>& checks,
+                                   const std::string& name) const {
+    for (const CheckInfo& check : checks) {
+        tracer_->Trace(trace_level::Detail, CheckerAdded(), ToName(check.type), name);
+    }
 }
 
 bool ManifestGenerator::RegisterLocalFile(const fs::path& normalPath,

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <exception>
 #include <map>
 #include <memory>
 #include <set>
@@ -37,9 +38,14 @@ public:
 private:
     void PrepareEnvironment(const GenerationConfig& config, const GenerateSettings& settings);
     void PrepareStamp(const GenerateSettings& settings);
+    using Providers = std::map<CheckType, IValueProviderPtr>;
+    struct PendingFile;
+
     void AddDirectory(const DirectorySource& source, const boost::filesystem::path& manifestPath);
-    bool AddDirectoryFile(const DirectorySource& source, const std::string& relative,
-                          const boost::filesystem::path& localPath, DirectoryInfo* group);
+    // The values of a folder's files, computed on the configured threads.
+    void ComputeDirectoryFiles(const DirectorySource& source, std::vector<PendingFile>& files);
+    bool AddDirectoryFile(const DirectorySource& source, const PendingFile& file,
+                          DirectoryInfo* group);
     void AddFile(const FileSource& source);
     void AddRegistry(const RegistrySource& source);
     std::unique_ptr<RegistryValueInfo> CaptureValue(const RegistrySource& key,
@@ -51,6 +57,12 @@ private:
                                           const std::vector<CheckType>& types,
                                           const std::string& name,
                                           const std::string& localName) const;
+    // The same without a word to the tracer, for any thread: `checks` gets
+    // each value as it is had, so that a failure leaves those before it.
+    void ComputeChecks(const IDataObject& object, const std::vector<CheckType>& types,
+                       const std::string& localName, Providers& providers,
+                       std::vector<CheckInfo>& checks) const;
+    void TraceAdded(const std::vector<CheckInfo>& checks, const std::string& name) const;
     // False when the same file was already added; throws when it was added
     // with other checks, which no manifest could hold. `normalPath` is
     // absolute and lexically normal.
@@ -72,8 +84,9 @@ private:
     Filter stamp_;
     ManifestPtr manifest_;
     bool failed_ = false;
+    unsigned threads_ = 1;
     std::unordered_map<boost::filesystem::path::string_type, std::set<CheckType>> localFiles_;
-    mutable std::map<CheckType, IValueProviderPtr> providers_;
+    mutable Providers providers_;
 };
 
 // Writes "Generation of %1% %2% failed. Reason: %3%" to standard error, and to

@@ -20,6 +20,9 @@
 namespace integrity_check_tool::xml {
 namespace {
 
+// Manifests up to this size are held whole while they are read.
+constexpr std::size_t kHeldTextSize = 16 * 1024 * 1024;
+
 const char* CantOpenFile() {
     return "Can't open manifest file %1%. Reason: %2%";
 }
@@ -93,6 +96,31 @@ private:
     ruk::IIO& io_;
 };
 
+// Reads `io` from its start to its end into `text`; false (and `text` left
+// partly filled) when the stream holds more than `limit` bytes.
+bool ReadWhole(ruk::IIO& io, std::size_t limit, std::string& text) {
+    CheckStream(io.Seek(0, ruk::SeekOrigin::Begin, nullptr), CantReadStream());
+    std::uint64_t size = 0;
+    constexpr std::size_t kBlock = 64 * 1024;
+    if (ruk::Succeeded(io.GetSize(&size)) && size <= limit) {
+        // Room for the last read too, which finds the end.
+        text.reserve(static_cast<std::size_t>(size) + kBlock);
+    }
+    for (;;) {
+        const std::size_t used = text.size();
+        if (used > limit) {
+            return false;
+        }
+        text.resize(used + kBlock);
+        std::size_t read = 0;
+        CheckStream(ruk::ReadFully(io, &text[used], kBlock, &read), CantReadStream());
+        text.resize(used + read);
+        if (read < kBlock) {
+            return text.size() <= limit;
+        }
+    }
+}
+
 // The line that says which manifest failed and where, shown before the
 // manifest's failure line.
 std::string DescribeFailure(const std::string& name, const boost::exception& error) {
@@ -135,9 +163,18 @@ ManifestPtr File::Read(ruk::IIO& io, const std::string& origin) const {
     if (ruk::Succeeded(io.GetSize(&size))) {
         CheckXmlTextSize(size);
     }
-    StreamTextSource source(io);
     ReadContext context(tracer_.get(), origin);
+    // A manifest of usual size is read once and held: its records are then
+    // built from the very bytes that were checked. A larger one is read
+    // again record by record, so that memory follows the records.
     try {
+        std::string text;
+        if (ReadWhole(io, kHeldTextSize, text)) {
+            MemoryTextSource source(text.data(), text.size());
+            return ReadManifest(source, context);
+        }
+        text = std::string();
+        StreamTextSource source(io);
         return ReadManifest(source, context);
     } catch (boost::exception& error) {
         AttachLocation(origin, error);

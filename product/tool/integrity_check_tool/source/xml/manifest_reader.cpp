@@ -61,11 +61,18 @@ private:
 constexpr std::size_t kTerminatingZeros = 4;
 
 // Builds one element of the checked text at a time from its own bytes, read
-// again from the source: the whole text is never held. The bytes are checked
-// again before the builder sees them, for the source may have changed since.
+// again from the source: the whole text is never held. Records come in
+// document order, so they are read through a window that moves forward,
+// a few system calls for many records. Unless the source holds its text in
+// memory, the bytes are checked again before the builder sees them, for the
+// source may have changed since.
 class RecordParser {
 public:
-    explicit RecordParser(ITextSource& source) : source_(source) {}
+    explicit RecordParser(ITextSource& source) : source_(source) {
+        const char* text = nullptr;
+        std::size_t size = 0;
+        held_ = source_.View(0, &text, &size);
+    }
 
     // The element in [begin, end), whose '<' is on `row`.
     const TiXmlElement& Parse(std::size_t begin, std::size_t end, int row) {
@@ -86,24 +93,52 @@ public:
     // Lets go of the last element and what it was built from.
     void Release() {
         document_.Clear();
-        bytes_ = std::string();
-    }
-
-private:
-    void Load(std::size_t begin, std::size_t end) {
-        Release();
-        bytes_.resize(end - begin);
-        source_.Seek(begin);
-        if (source_.Read(&bytes_[0], bytes_.size()) != bytes_.size()) {
-            ICT_THROW(Exception(ChangedWhileRead()));
+        if (bytes_.capacity() > kWindowSize) {
+            bytes_ = std::string();
+        } else {
+            bytes_.clear();
         }
     }
 
+private:
+    static constexpr std::size_t kWindowSize = 256 * 1024;
+
+    void Load(std::size_t begin, std::size_t end) {
+        Release();
+        const std::size_t size = end - begin;
+        if (size > kWindowSize) {
+            // A record larger than the window is read on its own.
+            bytes_.resize(size);
+            if (ReadAt(begin, &bytes_[0], size) != size) {
+                ICT_THROW(Exception(ChangedWhileRead()));
+            }
+            return;
+        }
+        if (begin < windowBegin_ || end > windowBegin_ + window_.size()) {
+            window_.resize(kWindowSize);
+            window_.resize(ReadAt(begin, &window_[0], kWindowSize));
+            windowBegin_ = begin;
+            if (window_.size() < size) {
+                ICT_THROW(Exception(ChangedWhileRead()));
+            }
+        }
+        bytes_.assign(window_, begin - windowBegin_, size);
+    }
+
+    // Reads up to `size` bytes at `offset`; fewer only at the end of the text.
+    std::size_t ReadAt(std::size_t offset, char* buffer, std::size_t size) {
+        source_.Seek(offset);
+        return source_.Read(buffer, size);
+    }
+
     const TiXmlElement& Build(int row) {
-        try {
-            CheckXmlText(bytes_.data(), bytes_.size());
-        } catch (const Exception&) {
-            ICT_THROW(Exception(ChangedWhileRead()) << XmlRowInfo(row));
+        // Text held in memory can't have changed since it was checked.
+        if (!held_) {
+            try {
+                checker_.Check(bytes_.data(), bytes_.size());
+            } catch (const Exception&) {
+                ICT_THROW(Exception(ChangedWhileRead()) << XmlRowInfo(row));
+            }
         }
         bytes_.append(kTerminatingZeros, '\0');
         document_.Parse(bytes_.data(), nullptr, TIXML_ENCODING_UTF8);
@@ -118,6 +153,10 @@ private:
     }
 
     ITextSource& source_;
+    bool held_ = false;
+    XmlTextChecker checker_;
+    std::string window_;
+    std::size_t windowBegin_ = 0;
     std::string bytes_;
     TiXmlDocument document_;
 };

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <exception>
 #include <memory>
+#include <random>
 #include <string>
 #include <utility>
 #include <vector>
@@ -38,10 +39,40 @@ const char* InstructionRefused() {
     return "XML processing instruction holding '>' is not accepted";
 }
 
-struct ParserDeleter {
-    void operator()(XML_ParserStruct* parser) const { XML_ParserFree(parser); }
-};
-using ParserPtr = std::unique_ptr<XML_ParserStruct, ParserDeleter>;
+// expat salts its hash tables against crafted names; left to itself it asks
+// the system for a fresh salt per parser, one system call per record read.
+// One random salt per process keeps the protection.
+unsigned long HashSalt() {
+    static const unsigned long salt = [] {
+        std::random_device random;
+        const unsigned long value =
+            (static_cast<unsigned long>(random()) << 16) ^ static_cast<unsigned long>(random());
+        return value == 0 ? 1ul : value;
+    }();
+    return salt;
+}
+
+}  // namespace
+
+void XmlTextChecker::ParserDeleter::operator()(XML_ParserStruct* parser) const {
+    XML_ParserFree(parser);
+}
+
+XmlTextChecker::XmlTextChecker() = default;
+XmlTextChecker::~XmlTextChecker() = default;
+
+XML_ParserStruct* XmlTextChecker::Prepare() {
+    if (!parser_ || XML_ParserReset(parser_.get(), "UTF-8") != XML_TRUE) {
+        parser_.reset(XML_ParserCreate("UTF-8"));
+    }
+    if (!parser_) {
+        throw std::bad_alloc();
+    }
+    XML_SetHashSalt(parser_.get(), HashSalt());
+    return parser_.get();
+}
+
+namespace {
 
 // Where a segment of the text starts: a document of several top-level
 // elements is checked one element after another, each by a fresh parser.
@@ -54,55 +85,30 @@ struct Origin {
 // One pass of expat over one segment.
 class Pass {
 public:
-    Pass(ITextSource& source, const Origin& origin, IElementObserver* observer)
-        : source_(source), origin_(origin), observer_(observer) {
-        parser_.reset(XML_ParserCreate("UTF-8"));
-        if (!parser_) {
-            throw std::bad_alloc();
-        }
-        XML_SetUserData(parser_.get(), this);
-        XML_SetElementHandler(parser_.get(), &Pass::Start, &Pass::End);
-        XML_SetStartDoctypeDeclHandler(parser_.get(), &Pass::Doctype);
-        XML_SetProcessingInstructionHandler(parser_.get(), &Pass::Instruction);
+    // `parser` is fresh or reset, and stays the caller's.
+    Pass(ITextSource& source, const Origin& origin, IElementObserver* observer,
+         XML_ParserStruct* parser)
+        : source_(source), origin_(origin), observer_(observer), parser_(parser) {
+        XML_SetUserData(parser_, this);
+        XML_SetElementHandler(parser_, &Pass::Start, &Pass::End);
+        XML_SetStartDoctypeDeclHandler(parser_, &Pass::Doctype);
+        XML_SetProcessingInstructionHandler(parser_, &Pass::Instruction);
     }
 
     // True when the segment ended with a complete top-level element followed
     // by another one, which starts at `next`.
     bool Run(Origin& next) {
-        // Read in growing blocks: a parser stopped early by a following
-        // element has read little, and a huge token is scanned again only
-        // as often as the block doubles.
-        source_.Seek(origin_.offset);
-        std::uint64_t total = origin_.offset;
-        std::vector<char> block(64 * 1024);
-        for (bool first = true;; first = false) {
-            const std::size_t length = source_.Read(block.data(), block.size());
-            total += length;
-            CheckXmlTextSize(total);
-            // expat follows a UTF-16 byte order mark whatever it is told.
-            if (first && origin_.offset == 0 && length >= 2 &&
-                ((block[0] == '\xFE' && block[1] == '\xFF') ||
-                 (block[0] == '\xFF' && block[1] == '\xFE'))) {
-                Fail(NotUtf8());
-            }
-            const bool last = length < block.size();
-            if (XML_Parse(parser_.get(), block.data(), static_cast<int>(length),
-                          last ? XML_TRUE : XML_FALSE) != XML_STATUS_OK) {
-                break;
-            }
-            if (last) {
-                return false;
-            }
-            // The old block goes before the new one is taken.
-            const auto next = static_cast<std::size_t>(
-                std::min<std::uint64_t>(block.size() * 2, kMaxTextSize + 1));
-            block = std::vector<char>();
-            block.resize(next);
+        bool complete = false;
+        if (!ParseHeld(complete)) {
+            complete = ParseRead();
+        }
+        if (complete) {
+            return false;
         }
         if (failure_) {
             std::rethrow_exception(failure_);
         }
-        const XML_Error code = XML_GetErrorCode(parser_.get());
+        const XML_Error code = XML_GetErrorCode(parser_);
         if (code == XML_ERROR_JUNK_AFTER_DOC_ELEMENT && StartsElement()) {
             next = Origin{Offset(), Row(), Column()};
             return true;
@@ -117,11 +123,83 @@ public:
 private:
     static Pass& Of(void* data) { return *static_cast<Pass*>(data); }
 
+    void RefuseUtf16(const char* text, std::size_t length) const {
+        // expat follows a UTF-16 byte order mark whatever it is told.
+        if (origin_.offset == 0 && length >= 2 &&
+            ((text[0] == '\xFE' && text[1] == '\xFF') ||
+             (text[0] == '\xFF' && text[1] == '\xFE'))) {
+            Fail(NotUtf8());
+        }
+    }
+
+    // A text held in memory is parsed where it lies, without a copy. False
+    // when the source does not hold its text; `complete` when the parser
+    // accepted the rest of it.
+    bool ParseHeld(bool& complete) {
+        const char* text = nullptr;
+        std::size_t length = 0;
+        if (!source_.View(origin_.offset, &text, &length)) {
+            return false;
+        }
+        CheckXmlTextSize(origin_.offset + length);
+        RefuseUtf16(text, length);
+        // In pieces: expat copies what it is given, and a piece at a time
+        // keeps that copy small.
+        constexpr std::size_t kPiece = 64 * 1024;
+        for (;;) {
+            const std::size_t piece = std::min(length, kPiece);
+            const bool last = piece == length;
+            if (XML_Parse(parser_, text, static_cast<int>(piece), last ? XML_TRUE : XML_FALSE) !=
+                XML_STATUS_OK) {
+                complete = false;
+                return true;
+            }
+            if (last) {
+                complete = true;
+                return true;
+            }
+            text += piece;
+            length -= piece;
+        }
+    }
+
+    // True when the parser accepted the rest of the text; false when it
+    // stopped.
+    bool ParseRead() {
+        // Read in growing blocks: a parser stopped early by a following
+        // element has read little, and a huge token is scanned again only
+        // as often as the block doubles.
+        source_.Seek(origin_.offset);
+        std::uint64_t total = origin_.offset;
+        std::vector<char> block(64 * 1024);
+        for (bool first = true;; first = false) {
+            const std::size_t length = source_.Read(block.data(), block.size());
+            total += length;
+            CheckXmlTextSize(total);
+            if (first) {
+                RefuseUtf16(block.data(), length);
+            }
+            const bool last = length < block.size();
+            if (XML_Parse(parser_, block.data(), static_cast<int>(length),
+                          last ? XML_TRUE : XML_FALSE) != XML_STATUS_OK) {
+                return false;
+            }
+            if (last) {
+                return true;
+            }
+            // The old block goes before the new one is taken.
+            const auto next = static_cast<std::size_t>(
+                std::min<std::uint64_t>(block.size() * 2, kMaxTextSize + 1));
+            block = std::vector<char>();
+            block.resize(next);
+        }
+    }
+
     // The bytes of the current event, as far as expat holds them.
     std::pair<const char*, std::size_t> Event() const {
         int offset = 0;
         int size = 0;
-        const char* context = XML_GetInputContext(parser_.get(), &offset, &size);
+        const char* context = XML_GetInputContext(parser_, &offset, &size);
         if (context == nullptr) {
             return {nullptr, 0};
         }
@@ -137,16 +215,16 @@ private:
     }
 
     std::size_t Offset() const {
-        return origin_.offset + static_cast<std::size_t>(XML_GetCurrentByteIndex(parser_.get()));
+        return origin_.offset + static_cast<std::size_t>(XML_GetCurrentByteIndex(parser_));
     }
     int Row() const {
-        return origin_.row + static_cast<int>(XML_GetCurrentLineNumber(parser_.get())) - 1;
+        return origin_.row + static_cast<int>(XML_GetCurrentLineNumber(parser_)) - 1;
     }
     // expat counts columns from 0; the first line of a segment continues the
     // line its predecessor ended on.
     int Column() const {
-        const int column = static_cast<int>(XML_GetCurrentColumnNumber(parser_.get()));
-        return XML_GetCurrentLineNumber(parser_.get()) == 1 ? origin_.column + column : column + 1;
+        const int column = static_cast<int>(XML_GetCurrentColumnNumber(parser_));
+        return XML_GetCurrentLineNumber(parser_) == 1 ? origin_.column + column : column + 1;
     }
 
     // Handlers run inside expat, which is C: nothing may be thrown through
@@ -160,7 +238,7 @@ private:
             body();
         } catch (...) {
             failure_ = std::current_exception();
-            XML_StopParser(parser_.get(), XML_FALSE);
+            XML_StopParser(parser_, XML_FALSE);
         }
     }
 
@@ -182,8 +260,8 @@ private:
                 element.name = name;
                 element.depth = pass.depth_;
                 element.begin = pass.Offset();
-                element.tagEnd = element.begin + static_cast<std::size_t>(
-                                                     XML_GetCurrentByteCount(pass.parser_.get()));
+                element.tagEnd =
+                    element.begin + static_cast<std::size_t>(XML_GetCurrentByteCount(pass.parser_));
                 element.row = pass.Row();
                 element.column = pass.Column();
                 pass.observer_->OnStart(element);
@@ -196,8 +274,7 @@ private:
         pass.Guard([&] {
             if (pass.observer_ != nullptr) {
                 const std::size_t end =
-                    pass.Offset() +
-                    static_cast<std::size_t>(XML_GetCurrentByteCount(pass.parser_.get()));
+                    pass.Offset() + static_cast<std::size_t>(XML_GetCurrentByteCount(pass.parser_));
                 pass.observer_->OnEnd(pass.depth_, end);
             }
             --pass.depth_;
@@ -217,8 +294,7 @@ private:
         Pass& pass = Of(data);
         pass.Guard([&] {
             const auto event = pass.Event();
-            const auto count =
-                static_cast<std::size_t>(XML_GetCurrentByteCount(pass.parser_.get()));
+            const auto count = static_cast<std::size_t>(XML_GetCurrentByteCount(pass.parser_));
             if (event.first == nullptr || event.second < count ||
                 std::count(event.first, event.first + count, '>') != 1) {
                 pass.Fail(InstructionRefused());
@@ -229,7 +305,7 @@ private:
     ITextSource& source_;
     Origin origin_;
     IElementObserver* observer_;
-    ParserPtr parser_;
+    XML_ParserStruct* parser_;
     std::size_t depth_ = 0;
     std::exception_ptr failure_;
 };
@@ -243,9 +319,13 @@ void CheckXmlTextSize(std::uint64_t size) {
 }
 
 void CheckXmlText(ITextSource& source, IElementObserver* observer) {
+    XmlTextChecker().Check(source, observer);
+}
+
+void XmlTextChecker::Check(ITextSource& source, IElementObserver* observer) {
     Origin origin;
     for (std::size_t elements = 1;; ++elements) {
-        Pass pass(source, origin, observer);
+        Pass pass(source, origin, observer, Prepare());
         if (!pass.Run(origin)) {
             return;
         }
@@ -269,10 +349,34 @@ std::size_t MemoryTextSource::Read(char* buffer, std::size_t size) {
     return length;
 }
 
-void CheckXmlText(const char* text, std::size_t size, IElementObserver* observer) {
+bool MemoryTextSource::View(std::uint64_t offset, const char** text, std::size_t* size) {
+    const auto start = static_cast<std::size_t>(std::min<std::uint64_t>(offset, size_));
+    *text = text_ + start;
+    *size = size_ - start;
+    return true;
+}
+
+void XmlTextChecker::Check(const char* text, std::size_t size, IElementObserver* observer) {
     CheckXmlTextSize(size);
     MemoryTextSource source(text, size);
-    CheckXmlText(source, observer);
+    // The parser keeps a copy of a text it was given whole; a large one goes
+    // with it rather than staying beside whatever is built next.
+    constexpr std::size_t kKeptParserText = 64 * 1024;
+    try {
+        Check(source, observer);
+    } catch (...) {
+        if (size > kKeptParserText) {
+            parser_.reset();
+        }
+        throw;
+    }
+    if (size > kKeptParserText) {
+        parser_.reset();
+    }
+}
+
+void CheckXmlText(const char* text, std::size_t size, IElementObserver* observer) {
+    XmlTextChecker().Check(text, size, observer);
 }
 
 }  // namespace integrity_check_tool::xml

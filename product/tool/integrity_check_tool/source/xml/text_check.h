@@ -2,6 +2,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
+
+struct XML_ParserStruct;
 
 namespace integrity_check_tool::xml {
 
@@ -44,6 +47,11 @@ public:
     virtual void Seek(std::uint64_t offset) = 0;
     // Fills the buffer; fewer bytes only at the end of the text.
     virtual std::size_t Read(char* buffer, std::size_t size) = 0;
+    // A source that holds its text in memory shows the part from `offset`
+    // to the end, so that it is checked where it lies; others return false.
+    virtual bool View(std::uint64_t /*offset*/, const char** /*text*/, std::size_t* /*size*/) {
+        return false;
+    }
 };
 
 class MemoryTextSource : public ITextSource {
@@ -51,6 +59,7 @@ public:
     MemoryTextSource(const char* text, std::size_t size);
     void Seek(std::uint64_t offset) override;
     std::size_t Read(char* buffer, std::size_t size) override;
+    bool View(std::uint64_t offset, const char** text, std::size_t* size) override;
 
 private:
     const char* text_;
@@ -68,6 +77,29 @@ private:
 // The text is read in blocks and never held whole.
 void CheckXmlText(ITextSource& source, IElementObserver* observer = nullptr);
 void CheckXmlText(const char* text, std::size_t size, IElementObserver* observer = nullptr);
+
+// CheckXmlText with one parser kept for every text it checks: creating a
+// parser costs more than checking a manifest record, and a manifest is
+// checked again record by record.
+class XmlTextChecker {
+public:
+    XmlTextChecker();
+    ~XmlTextChecker();
+    XmlTextChecker(const XmlTextChecker&) = delete;
+    XmlTextChecker& operator=(const XmlTextChecker&) = delete;
+
+    void Check(ITextSource& source, IElementObserver* observer = nullptr);
+    void Check(const char* text, std::size_t size, IElementObserver* observer = nullptr);
+
+private:
+    struct ParserDeleter {
+        void operator()(XML_ParserStruct* parser) const;
+    };
+    // The parser, new or reset, ready for a text.
+    XML_ParserStruct* Prepare();
+
+    std::unique_ptr<XML_ParserStruct, ParserDeleter> parser_;
+};
 
 // Exception "XML text larger than %1% bytes" when `size` passes the bound.
 void CheckXmlTextSize(std::uint64_t size);
