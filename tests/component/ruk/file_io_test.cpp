@@ -63,7 +63,14 @@ TEST(RukFileIoTest, ReadingStreamKeepsItsOpeningSizeAndEnd) {
     ASSERT_EQ(io->Read(buffer, sizeof(buffer), &read), ruk::result::Success);
     EXPECT_EQ(std::string(buffer, read), "456789");
 
+#ifdef _WIN32
+    // Windows lets no one write a file while it is read here.
+    EXPECT_ANY_THROW(ict_test::WriteText(path, "0123456789abc"));
+    const std::string tail = "89";
+#else
     ict_test::WriteText(path, "0123456789abc");  // rewritten in place, longer
+    const std::string tail = "89abc";
+#endif
     std::uint64_t size = 0;
     ASSERT_EQ(io->GetSize(&size), ruk::result::Success);
     EXPECT_EQ(size, 10u);
@@ -71,7 +78,7 @@ TEST(RukFileIoTest, ReadingStreamKeepsItsOpeningSizeAndEnd) {
     EXPECT_EQ(read, 0u) << "the short read was the end";
     ASSERT_EQ(io->Seek(8, ruk::SeekOrigin::Begin, nullptr), ruk::result::Success);
     ASSERT_EQ(ruk::ReadFully(*io, buffer, sizeof(buffer), &read), ruk::result::Success);
-    EXPECT_EQ(std::string(buffer, read), "89abc");
+    EXPECT_EQ(std::string(buffer, read), tail);
 }
 
 TEST(RukFileIoTest, ReportsSystemErrorsForMissingFilesAndDirectories) {
