@@ -102,7 +102,10 @@ bool ReadWhole(ruk::IIO& io, std::size_t limit, std::string& text) {
     CheckStream(io.Seek(0, ruk::SeekOrigin::Begin, nullptr), CantReadStream());
     std::uint64_t size = 0;
     constexpr std::size_t kBlock = 64 * 1024;
-    if (ruk::Succeeded(io.GetSize(&size)) && size <= limit) {
+    if (ruk::Succeeded(io.GetSize(&size))) {
+        if (size > limit) {
+            return false;  // known to be too large: nothing read in vain
+        }
         // Room for the last read too, which finds the end.
         text.reserve(static_cast<std::size_t>(size) + kBlock);
     }
