@@ -1,9 +1,11 @@
 #!/usr/bin/env bash
-# Installs the Debian 12 packages the build, the tests and the demo need.
+# Installs the Debian 12 packages the build, the tests and the demo need, or
+# the packages named as arguments (bench/install-deps.sh names its own).
 # Idempotent: when everything is present it does nothing and prints nothing.
 set -euo pipefail
 
-packages=(
+packages=("$@")
+[[ $# -ne 0 ]] || packages=(
     build-essential cmake ninja-build pkg-config
     libboost-program-options-dev libboost-filesystem-dev libboost-regex-dev libboost-dev
     libboost-date-time-dev
