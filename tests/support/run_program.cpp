@@ -226,4 +226,10 @@ std::vector<std::string> SplitLines(const std::string& text) {
     return lines;
 }
 
+RunResult RunTool(const fs::path& program, const std::vector<std::string>& arguments) {
+    RunOptions options;
+    options.arguments = arguments;
+    return RunProgram(program, options);
+}
+
 }  // namespace ict_test

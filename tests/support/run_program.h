@@ -36,6 +36,11 @@ struct RunResult {
 // full pipe. Throws std::runtime_error when the program cannot be started.
 RunResult RunProgram(const boost::filesystem::path& program, const RunOptions& options = {});
 
+// A helper program of the build (signer, CRL packer, ...) on `arguments`,
+// with the default options otherwise.
+RunResult RunTool(const boost::filesystem::path& program,
+                  const std::vector<std::string>& arguments);
+
 // The build tree (CTest's ICT_BINARY_DIR, else the one configured) and the
 // source tree (ICT_SOURCE_DIR likewise).
 boost::filesystem::path BinaryDir();

@@ -19,12 +19,7 @@ namespace fs = boost::filesystem;
 using testing::HasSubstr;
 using testing::Not;
 
-ict_test::RunResult RunTool(const fs::path& program, const std::vector<std::string>& arguments) {
-    ict_test::RunOptions options;
-    options.arguments = arguments;
-    options.timeout = std::chrono::seconds(60);
-    return ict_test::RunProgram(program, options);
-}
+using ict_test::RunTool;
 
 fs::path Material(const std::string& name) {
     return ict_test::vds::PrivateVdsDir() / name;

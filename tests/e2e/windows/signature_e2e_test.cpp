@@ -22,14 +22,6 @@ protected:
 
     fs::path Bin() const { return dir_ / "product" / "bin"; }
 
-    static ict_test::RunResult RunHostTool(const fs::path& program,
-                                           const std::vector<std::string>& arguments) {
-        ict_test::RunOptions options;
-        options.arguments = arguments;
-        options.timeout = std::chrono::seconds(60);
-        return ict_test::RunProgram(program, options);
-    }
-
     static fs::path Signer() {
         return ict_test::BinaryDir() / "tools" / "signer" / "integrity_signer";
     }
@@ -39,7 +31,7 @@ protected:
         const fs::path key =
             ict_test::SourceDir() / "trust" / "development" / "private" / "dsvm" / "release-1.pem";
         const auto run =
-            RunHostTool(Signer(), {"dsvm", "--key", key.string(), (Bin() / name).string()});
+            ict_test::RunTool(Signer(), {"dsvm", "--key", key.string(), (Bin() / name).string()});
         ASSERT_EQ(run.exitCode, 0) << run.Describe();
     }
 
@@ -57,7 +49,7 @@ protected:
             arguments.push_back("--with-filename");
         }
         arguments.push_back((Bin() / name).string());
-        const auto run = RunHostTool(Signer(), arguments);
+        const auto run = ict_test::RunTool(Signer(), arguments);
         ASSERT_EQ(run.exitCode, 0) << run.Describe();
     }
 
@@ -132,7 +124,7 @@ TEST_F(SignaturesUnderWine, RevocationListFromAStorageDirectoryRefusesTheRevoked
         arguments.push_back(
             (ict_test::vds::PrivateVdsDir() / "crl" / (std::string(root) + ".crl.pem")).string());
     }
-    const auto pack = RunHostTool(
+    const auto pack = ict_test::RunTool(
         ict_test::BinaryDir() / "tools" / "crl_container" / "integrity_crl_container", arguments);
     ASSERT_EQ(pack.exitCode, 0) << pack.Describe();
 
@@ -172,10 +164,10 @@ TEST_F(SignaturesUnderWine, ProgramsAreCheckedInTheirCertificateTable) {
         fs::copy_file(plain, Bin() / (arch + "-ours.exe"));
         const fs::path material = ict_test::vds::PrivateVdsDir();
         const auto signing =
-            RunHostTool(Signer(), {"vds", "--cert", (material / "signer.pem").string(), "--key",
-                                   (material / "signer.key.pem").string(), "--chain",
-                                   (material / "signing-ca.pem").string(), "--with-filename",
-                                   (Bin() / (arch + "-ours.exe")).string()});
+            ict_test::RunTool(Signer(), {"vds", "--cert", (material / "signer.pem").string(),
+                                         "--key", (material / "signer.key.pem").string(), "--chain",
+                                         (material / "signing-ca.pem").string(), "--with-filename",
+                                         (Bin() / (arch + "-ours.exe")).string()});
         ASSERT_EQ(signing.exitCode, 0) << signing.Describe();
         ict_test::vds::Bytes bytes = ict_test::vds::ReadBytes(Bin() / (arch + "-patched.exe"));
         bytes.at(0x400) ^= 1;  // the first section's first byte
