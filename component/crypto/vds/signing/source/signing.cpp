@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <fstream>
-#include <iterator>
 
 #include <openssl/cms.h>
 #include <openssl/err.h>
@@ -11,6 +10,7 @@
 #include <boost/filesystem/operations.hpp>
 
 #include "openssl_support/error_text.h"
+#include "ruk/io.h"
 #include "vds/authenticode_format.h"
 #include "vds/der.h"
 #include "vds/pe_format.h"
@@ -23,6 +23,7 @@ namespace {
 namespace fs = boost::filesystem;
 
 constexpr std::size_t kCopyBlock = 1024 * 1024;
+constexpr std::size_t kLargestProgram = UINT32_MAX;
 
 std::string OpenSslReason() {
     return openssl_support::TakeErrorText("unknown OpenSSL error");
@@ -241,11 +242,12 @@ void Store32(std::vector<std::uint8_t>& bytes, std::uint64_t offset, std::uint32
     }
 }
 
-std::vector<std::uint8_t> ReadWhole(const fs::path& file) {
-    std::ifstream stream(file.string(), std::ios::binary);
-    std::vector<std::uint8_t> bytes((std::istreambuf_iterator<char>(stream)),
-                                    std::istreambuf_iterator<char>());
-    if (stream.bad()) {
+// A program is signed only up to 4 GiB, which bounds what is read.
+std::vector<std::uint8_t> ReadProgram(const fs::path& file) {
+    ruk::intrusive_ptr<ruk::IIO> io;
+    std::vector<std::uint8_t> bytes;
+    if (ruk::Failed(ruk::OpenFileIO(file, ruk::OpenMode::Read, &io)) ||
+        ruk::Failed(ruk::ReadWhole(*io, kLargestProgram, &bytes))) {
         throw Error("Can't read " + file.string());
     }
     return bytes;
@@ -362,7 +364,7 @@ void SignFile(const fs::path& file, const SignerMaterial& material, const SignOp
                         " has damaged headers or a damaged certificate table");
         }
         const std::vector<std::uint8_t> bytes =
-            SignProgram(file, ReadWhole(file), std::move(layout), material, options);
+            SignProgram(file, ReadProgram(file), std::move(layout), material, options);
         TemporaryFile temporary(file);
         Append(temporary.Path(), bytes.data(), bytes.size());
         temporary.MoveTo(file);
