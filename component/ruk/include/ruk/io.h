@@ -19,6 +19,7 @@ enum class OpenMode {
     ReadWrite,        // existing file, read and write
     CreateReadWrite,  // create or open, read and write, contents kept
     CreateAppend,     // create or open, write only, every write at the end, contents kept
+    CreateNew,        // create, read and write; result::AlreadyExists when the name is taken
 };
 
 // A random-access byte stream. Every operation reports a result code; a read
