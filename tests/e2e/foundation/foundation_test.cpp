@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 #include <boost/filesystem/operations.hpp>
 
-#include "common/build_info.h"
+#include "build_info.h"
 #include "support/e2e.h"
 
 namespace {
