@@ -1,12 +1,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tool/generate/enum_printing.h"
+#include "support/enum_printing.h"
 
 #include "common/exception.h"
 #include "generate/generation_config.h"
 #include "generate/nt_version.h"
 #include "support/e2e.h"
+#include "support/thrown.h"
 
 namespace integrity_check_tool::generate {
 namespace {
@@ -17,12 +18,7 @@ using testing::HasSubstr;
 const boost::filesystem::path kOrigin = "/configs/product/generation.xml";
 
 std::string ErrorOf(const std::string& text) {
-    try {
-        ParseGenerationConfig(text, kOrigin);
-    } catch (const Exception& error) {
-        return error.GetMessage();
-    }
-    return "no error";
+    return ict_test::ThrownText<Exception>([&] { ParseGenerationConfig(text, kOrigin); });
 }
 
 TEST(GenerationConfigTest, ReadsEveryPartOfTheVocabulary) {
@@ -168,13 +164,9 @@ TEST(GenerationConfigTest, ReadsFilesAndNamesUnreadableOnes) {
     EXPECT_EQ(config.productRoot, (dir / "tree").lexically_normal());
     EXPECT_EQ(config.directories.size(), 1u);
 
-    try {
-        ReadGenerationConfig(dir / "missing.xml");
-        FAIL() << "a missing configuration was read";
-    } catch (const Exception& error) {
-        EXPECT_THAT(error.GetMessage(), HasSubstr("Can't read generation configuration " +
-                                                  (dir / "missing.xml").string() + ". Reason: "));
-    }
+    EXPECT_THAT(ict_test::ThrownText<Exception>([&] { ReadGenerationConfig(dir / "missing.xml"); }),
+                HasSubstr("Can't read generation configuration " + (dir / "missing.xml").string() +
+                          ". Reason: "));
     EXPECT_THROW(ReadGenerationConfig(dir.Path()), Exception);
 }
 
@@ -186,13 +178,8 @@ TEST(NtVersionTest, DottedDecimalAndHexadecimalForms) {
     for (const char* bad : {"", "ten", "10.", "10.0.1", " 10.0", "-1", "0x"}) {
         EXPECT_THROW(ParseNtVersion(bad), Exception) << bad;
     }
-    try {
-        ParseNtVersion("win10");
-        FAIL() << "win10 was read as a version";
-    } catch (const Exception& error) {
-        EXPECT_EQ(error.GetMessage(),
-                  "Invalid version win10: expected major.minor (10.0) or a number (1000)");
-    }
+    EXPECT_EQ(ict_test::ThrownText<Exception>([] { ParseNtVersion("win10"); }),
+              "Invalid version win10: expected major.minor (10.0) or a number (1000)");
 }
 
 }  // namespace
