@@ -20,6 +20,7 @@
 namespace integrity_check_tool::check {
 namespace {
 
+using Bytes = std::vector<std::uint8_t>;
 using ict_test::BytesOf;
 using testing::ElementsAreArray;
 

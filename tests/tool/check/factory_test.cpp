@@ -112,7 +112,7 @@ TEST_F(FactoryTest, SignatureTypeChoosesVerifierWhenChecking) {
     }
 }
 
-TEST_F(FactoryTest, WithoutSignatureVerifier, AcceptsUnreadFilesAndReadsContentOnRequest) {
+TEST_F(FactoryTest, WithoutSignatureVerifierAcceptsUnreadFilesAndReadsContentOnRequest) {
     ict_test::TempDir dir;
     const WithoutSignatureVerifier verifier;
     EXPECT_EQ(verifier.GetName(), "WithoutSignatureVerifier");
