@@ -22,7 +22,8 @@ ict_test::RunResult Run(const fs::path& program, const std::vector<std::string>&
     return ict_test::RunProgram(program, options);
 }
 
-// Wine's own tools run as programs of the prefix.
+}  // namespace
+
 fs::path Wine() {
     const char* configured = std::getenv("ICT_WINE");
     if (configured != nullptr && *configured != '\0') {
@@ -30,8 +31,6 @@ fs::path Wine() {
     }
     return boost::process::search_path("wine");
 }
-
-}  // namespace
 
 ict_test::RunResult RunChecker(const std::vector<std::string>& arguments,
                                const fs::path& workingDirectory) {
