@@ -16,12 +16,6 @@ using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
 
-// The summary block of a checker run: the part that tells what was checked.
-std::string Summary(const std::string& out) {
-    const auto start = out.find("Summary(");
-    return start == std::string::npos ? std::string() : out.substr(start);
-}
-
 class CompanionTest : public testing::Test {
 protected:
     void SetUp() override {
@@ -75,81 +69,19 @@ TEST_F(CompanionTest, GeneratedManifestVerifiesAndCatchesOneChangedFile) {
     EXPECT_THAT(text, Not(HasSubstr("b.pdb")));
     EXPECT_THAT(text, Not(HasSubstr("integrity_check.xml")));
 
-    const auto verified = e2e::Checker({Manifest().string()});
-    ASSERT_EQ(verified.exitCode, 0) << verified.Describe();
-    EXPECT_THAT(verified.out, HasSubstr("\tFiles: 0 / 0 / 4\n"));
-
-    WriteProduct("bin/a.dll", "library a, patched");
-    const auto tampered = e2e::Checker({Manifest().string()});
-    EXPECT_EQ(tampered.exitCode, 1) << tampered.Describe();
-    EXPECT_THAT(tampered.err,
-                HasSubstr("file " + (Product() / "bin" / "a.dll").string() + " failed"));
-    EXPECT_THAT(tampered.out, HasSubstr("\tFiles: 1 / 0 / 3\n"));
-}
-
-TEST_F(CompanionTest, GroupsPlaceholdersAndFiltersTravelWithTheProduct) {
-    const auto config = WriteConfig(R"(
-  <Check type="Sha256"/><Check type="Gost2012"/>
-  <Environment key="Bin" value="%ProductRoot%\bin"/>
-  <Directory path="%Bin%" group="true"><Include pattern="*.dll"/></Directory>
-  <Directory path="%ProductRoot%\doc" os="Windows"/>
-  <File path="%ProductRoot%\app.exe" defined="full"><Check type="Value"/></File>
-  <File path="%ProductRoot%\debug.log"><Check type="NotExists"/></File>
-  <Registry path="HKEY_LOCAL_MACHINE\SOFTWARE\Demo"><Value name="Version" type="REG_SZ"/></Registry>)");
-    const auto generated = Generate(config, {"--edition", "Desktop"});
-    ASSERT_EQ(generated.exitCode, 0) << generated.Describe();
-    const std::string text = ict_test::ReadText(Manifest());
-    EXPECT_THAT(text, HasSubstr("<Files path=\"%Bin%\" edition=\"Desktop\">"));
-    EXPECT_THAT(text, HasSubstr("<File path=\"sub\\b.dll\">"));
-
     // The manifest moves with the tree: %ProductRoot% is wherever it lies.
     fs::rename(Product(), dir_ / "moved");
     const fs::path moved = dir_ / "moved" / "integrity_check.xml";
-    const auto plain = e2e::Checker({moved.string()});
-    ASSERT_EQ(plain.exitCode, 0) << plain.Describe();
-    // a.dll, b.dll and debug.log checked; readme (Windows only) and app.exe (needs "full") skipped.
-    EXPECT_THAT(plain.out, HasSubstr("\tFiles: 0 / 2 / 3\n"));
-    EXPECT_THAT(plain.out, HasSubstr("\tRegistries: 0 / 1 / 0\n"));
-    const auto full = e2e::Checker({"--define", "full", moved.string()});
-    ASSERT_EQ(full.exitCode, 0) << full.Describe();
-    EXPECT_THAT(full.out, HasSubstr("\tFiles: 0 / 1 / 4\n"));
-    ict_test::WriteText(dir_ / "moved" / "debug.log", "should not be here");
-    const auto withLog = e2e::Checker({moved.string()});
-    EXPECT_EQ(withLog.exitCode, 1);
-    EXPECT_THAT(withLog.err, HasSubstr("debug.log failed"));
-}
+    const auto verified = e2e::Checker({moved.string()});
+    ASSERT_EQ(verified.exitCode, 0) << verified.Describe();
+    EXPECT_THAT(verified.out, HasSubstr("\tFiles: 0 / 0 / 4\n"));
 
-TEST_F(CompanionTest, NormalizedOlderDialectVerifiesTheSameWay) {
-    const fs::path old = Product() / "old.xml";
-    ict_test::WriteText(
-        old,
-        "<IntegrityManifest generationDatetime=\"2020-01-01T00:00:00\">\n"
-        "  <File><Path>%ProductRoot%\\bin\\a.dll</Path><Hash algorithm=\"SHA256\">" +
-            e2e::Sha256Base64("library a") +
-            "</Hash></File>\n"
-            "  <File os=\"windows\"><Path>%ProductRoot%\\app.exe</Path><Hash "
-            "algorithm=\"SHA256\">" +
-            e2e::Sha256Base64("other") + "</Hash></File>\n</IntegrityManifest>\n");
-    const fs::path current = Product() / "current.xml";
-    fs::copy_file(old, current);
-    const auto normalized = Tool({"normalize", current.string()});
-    ASSERT_EQ(normalized.exitCode, 0) << normalized.Describe();
-    EXPECT_THAT(normalized.out, EndsWith("SUCCEEDED\n"));
-    const std::string text = ict_test::ReadText(current);
-    EXPECT_THAT(text, HasSubstr("<Manifest generationDateTime=\"2020-01-01T00:00:00\">"));
-    EXPECT_THAT(text, HasSubstr("<File path=\"%ProductRoot%\\app.exe\" os=\"Windows\">"));
-
-    for (const bool tamper : {false, true}) {
-        if (tamper) {
-            WriteProduct("bin/a.dll", "changed");
-        }
-        const auto before = e2e::Checker({old.string()});
-        const auto after = e2e::Checker({current.string()});
-        EXPECT_EQ(before.exitCode, tamper ? 1 : 0) << before.Describe();
-        EXPECT_EQ(after.exitCode, before.exitCode) << after.Describe();
-        EXPECT_NE(Summary(before.out), "");
-        EXPECT_EQ(Summary(after.out), Summary(before.out));
-    }
+    ict_test::WriteText(dir_ / "moved" / "bin" / "a.dll", "library a, patched");
+    const auto tampered = e2e::Checker({moved.string()});
+    EXPECT_EQ(tampered.exitCode, 1) << tampered.Describe();
+    EXPECT_THAT(tampered.err,
+                HasSubstr("file " + (dir_ / "moved" / "bin" / "a.dll").string() + " failed"));
+    EXPECT_THAT(tampered.out, HasSubstr("\tFiles: 1 / 0 / 3\n"));
 }
 
 TEST_F(CompanionTest, HashPrintsWhatOpensslPrints) {

@@ -212,26 +212,6 @@ TEST_F(HostileEndToEnd, AnythingSwappedInAfterTheLookIsNeverRead) {
     }
 }
 
-TEST_F(HostileEndToEnd, ValueOfAFileTooLargeToHoldIsComparedNotHeld) {
-    const fs::path big = root_ / "big.bin";
-    const std::uint64_t size = 64ull * 1024 * 1024 + 1;
-    ict_test::WriteText(big, "");
-    fs::resize_file(big, size);  // sparse: nothing is written
-    const auto run = Run(e2e::ManifestToolPath(), {"hash", "--type", "Value", big.string()});
-    EXPECT_EQ(run.exitCode, 1) << run.Describe().substr(0, 2000);
-    EXPECT_THAT(run.err, HasSubstr(big.string()));
-    EXPECT_THAT(run.err, HasSubstr("The value is " + std::to_string(size) +
-                                   " bytes long; a Value holds at most 67108864 bytes"));
-    EXPECT_LT(run.out.size(), 1024u) << "the value was printed";
-
-    const auto check = Run(
-        ict_test::CheckerPath(),
-        {Write(e2e::ManifestText(FileRecord(big.string(), e2e::ValueCheck("small")))).string()});
-    EXPECT_EQ(check.exitCode, 1) << check.Describe();
-    EXPECT_THAT(check.err, HasSubstr("Verification mismatch with 'Value' checker. Reason: File " +
-                                     big.string() + " has unexpected value\n"));
-}
-
 TEST_F(HostileEndToEnd, AnyOfRunsEveryMemberWhenTheGostEngineCannotLoad) {
     const std::string gost = Check("Gost2012", e2e::Sha256Base64("not a GOST digest"));
     const std::string engineFailure =

@@ -68,33 +68,6 @@ TEST_F(VerifyEndToEnd, IntactProductSucceedsAndOneChangedFileFails) {
     EXPECT_THAT(run.out, Not(HasSubstr("SUCCEEDED")));
 }
 
-TEST_F(VerifyEndToEnd, UnreadableEntriesFailWithTheFileMessage) {
-    // A dangling link, a directory and a FIFO where files are expected: none
-    // can be read, whoever runs the test, and the FIFO is never opened.
-    fs::create_directories(Product());
-    fs::create_symlink(Product() / "removed.dll", Product() / "link.dll");
-    fs::create_directory(Product() / "dir.dll");
-    ict_test::MakeFifo(Product() / "pipe.dll");
-    ict_test::MakeFifo(Product() / "exists.dll");
-    const auto manifest =
-        Write("m.xml", FileRecord("%ProductRoot%/link.dll", Sha256Check("x")) +
-                           FileRecord("%ProductRoot%/dir.dll", Sha256Check("x")) +
-                           FileRecord("%ProductRoot%/pipe.dll", Sha256Check("x")) +
-                           FileRecord("%ProductRoot%/exists.dll"));
-    const auto run = e2e::Checker({manifest.string()});
-    EXPECT_FALSE(run.timedOut) << run.Describe();
-    EXPECT_EQ(run.exitCode, 1) << run.Describe();
-    for (const char* name : {"link.dll", "dir.dll", "pipe.dll"}) {
-        const std::string path = In(name);
-        EXPECT_THAT(run.err,
-                    HasSubstr("file " + path + " failed. Reason: Can't read or access file " +
-                              path + ". Reason: File " + path + " not found\n"));
-    }
-    EXPECT_THAT(run.err, HasSubstr("Verification mismatch with 'Exists' checker. Reason: File " +
-                                   In("exists.dll") + " not exists."));
-    EXPECT_THAT(run.out, HasSubstr("\tFiles: 4 / 0 / 0\n"));
-}
-
 // Records are expanded and filtered before anything merges: a record meant
 // for another system never lends its checks or its conditions to one that
 // applies here.
