@@ -98,20 +98,6 @@ TEST_F(VerifyEndToEnd, EachSystemChecksItsOwnRecordOnly) {
          {windows("%ProductRoot%\\app.bin", Sha256Check(kWindowsContent)), linux},
          1,
          "\tFiles: 1 / 1 / 0\n"},
-        {"mutually exclusive checks never meet",
-         kLinuxContent,
-         {windows("%ProductRoot%/app.bin", Check("NotExists")) +
-          FileRecord("%ProductRoot%/app.bin", Check("Exists"), "os=\"Linux\"")},
-         0,
-         "\tFiles: 0 / 1 / 1\n"},
-        {"a filtered folder group keeps its members apart",
-         kLinuxContent,
-         {"  <Files path=\"%ProductRoot%\" os=\"Windows\">" +
-              FileRecord("app.bin", Check("NotExists")) + "</Files>\n" +
-              FileRecord("%ProductRoot%/app.bin", Sha256Check(kLinuxContent)),
-          FileRecord("%ProductRoot%/app.bin", Sha256Check(kLinuxContent), "defined=\"Other\"")},
-         0,
-         "\tFiles: 0 / 2 / 1\n"},
     };
     for (const auto& test : cases) {
         SCOPED_TRACE(test.name);
