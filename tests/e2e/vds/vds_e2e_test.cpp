@@ -4,8 +4,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "ruk/result.h"
-#include "storage/container_writer.h"
 #include "support/e2e_product.h"
 #include "support/vds/vds_material.h"
 
@@ -124,34 +122,22 @@ TEST_F(VdsEndToEnd, RevocationListFromFileOrStorageRefusesTheRevokedSigner) {
     }
 }
 
+// Which lists are unusable, and their texts, are the verifier's tests.
 TEST_F(VdsEndToEnd, AnUnusableRevocationListStopsTheRunBeforeAnyFile) {
     Add("revoked.dll", "signer-revoked");
     const fs::path partial = e2e::PackCrls(dir_ / "partial.p7b", "file", {"3520p1", "4823d1"});
-    const fs::path damaged = e2e::PackCrls(dir_ / "damaged", "compressed");
-    const std::string bytes = ict_test::ReadText(damaged / "vdscrl.rdb");
-    ict_test::WriteText(damaged / "vdscrl.rdb", bytes.substr(0, bytes.size() - 4));
     ict_test::WriteText(dir_ / "empty.crl", "");
-    const fs::path zlib = dir_ / "zlib-storage";
-    fs::create_directories(zlib);
-    ASSERT_EQ(
-        storage::WriteContainer(zlib, "vdscrl.rdb", {}, storage::ContainerEncoding::Compressed),
-        ruk::result::Success);
-    fs::create_directories(dir_ / "no-container");
     const std::vector<std::pair<fs::path, std::string>> cases = {
-        {partial, "Revocation list " + partial.string() + " can't be used: Not found\n"},
-        {dir_ / "empty.crl", "Revocation list " + (dir_ / "empty.crl").string() + " is empty"},
-        {zlib, "Revocation list " + zlib.string() + " is empty"},
-        {damaged, "Can't read CRL from storage"},
-        {dir_ / "no-container", "Failed to open container vdscrl.rdb in storage"},
+        {partial, " can't be used: Not found\n"},
+        {dir_ / "empty.crl", " is empty"},
     };
     for (const auto& [crl, reason] : cases) {
         SCOPED_TRACE(crl.string());
         const auto run = Check({"--crl", crl.string()});
         EXPECT_EQ(run.exitCode, 1) << run.Describe();
-        EXPECT_THAT(run.err, HasSubstr(reason));
+        EXPECT_THAT(run.err, HasSubstr("Reason: Revocation list " + crl.string() + reason));
         // No file was checked, so the revoked one cannot have passed.
-        EXPECT_THAT(run.out, HasSubstr("\tFiles: 0 / 0 / 0\n"));
-        EXPECT_EQ(run.signal, 0);
+        EXPECT_THAT(run.out, HasSubstr("\tManifests: 1 / 0 / 0\n\tFiles: 0 / 0 / 0\n"));
     }
 }
 
