@@ -9,6 +9,12 @@ namespace wine_e2e {
 
 namespace fs = boost::filesystem;
 
+fs::path Wine() {
+    const char* configured = std::getenv("ICT_WINE");
+    return configured != nullptr && *configured != '\0' ? fs::path(configured)
+                                                        : boost::process::search_path("wine");
+}
+
 void ImportRegistry(const std::string& regedit4Text) {
     ict_test::TempDir dir;
     const fs::path file = dir / "seed.reg";
@@ -16,12 +22,7 @@ void ImportRegistry(const std::string& regedit4Text) {
     ict_test::RunOptions options;
     options.arguments = {"regedit", "/S", ict_test::ToWinePath(file)};
     options.environment["WINEDEBUG"] = "-all";
-    // Wine's own tools run as programs of the prefix.
-    const char* configured = std::getenv("ICT_WINE");
-    const fs::path wine = configured != nullptr && *configured != '\0'
-                              ? fs::path(configured)
-                              : boost::process::search_path("wine");
-    const ict_test::RunResult run = ict_test::RunProgram(wine, options);
+    const ict_test::RunResult run = ict_test::RunProgram(Wine(), options);
     if (run.exitCode != 0) {
         throw std::runtime_error("regedit import failed: " + run.Describe());
     }

@@ -19,6 +19,10 @@ namespace wine_e2e {
         }                                                                                 \
     } while (false)
 
+// The wine program (ICT_WINE, else "wine" on the PATH); Wine's own tools run
+// as programs of the prefix.
+boost::filesystem::path Wine();
+
 // Runs the Windows checker under Wine.
 inline ict_test::RunResult RunChecker(const std::vector<std::string>& arguments,
                                       const boost::filesystem::path& workingDirectory = {}) {

@@ -10,6 +10,7 @@
 #include <openssl/pem.h>
 #include <boost/filesystem/operations.hpp>
 
+#include "openssl_support/error_text.h"
 #include "vds/authenticode_format.h"
 #include "vds/der.h"
 #include "vds/pe_format.h"
@@ -24,14 +25,7 @@ namespace fs = boost::filesystem;
 constexpr std::size_t kCopyBlock = 1024 * 1024;
 
 std::string OpenSslReason() {
-    const unsigned long code = ERR_get_error();
-    ERR_clear_error();
-    if (code == 0) {
-        return "unknown OpenSSL error";
-    }
-    char text[256];
-    ERR_error_string_n(code, text, sizeof(text));
-    return text;
+    return openssl_support::TakeErrorText("unknown OpenSSL error");
 }
 
 void LoadEngine() {
