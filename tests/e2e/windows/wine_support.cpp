@@ -16,6 +16,16 @@ fs::path Wine() {
 }
 
 void ImportRegistry(const std::string& regedit4Text) {
+    // Wine keeps HKEY_USERS\S-1-5-18 in memory only, gone when its server
+    // stops a few seconds after the last program: a persistent server keeps
+    // the seed until the checker reads it (one already running says so and
+    // stays).
+    ict_test::RunOptions persistent;
+    persistent.arguments = {"-p"};
+    const fs::path server = boost::process::search_path("wineserver");
+    if (!server.empty()) {
+        ict_test::RunProgram(server, persistent);
+    }
     ict_test::TempDir dir;
     const fs::path file = dir / "seed.reg";
     ict_test::WriteText(file, regedit4Text);
