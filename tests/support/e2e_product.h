@@ -1,57 +1,29 @@
 #pragma once
 
 // A product as the end-to-end tests build it: manifest text written as a
-// user writes it, files signed by the build's own signing program, revocation
-// lists packed by its packer. Header only; a test that includes it links
-// OpenSSL::Crypto.
+// user writes it (support/manifest_text.h), files signed by the build's own
+// signing program, revocation lists packed by its packer.
 
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-#include <openssl/evp.h>
-#include <openssl/sha.h>
-
 #include "support/e2e.h"
+#include "support/manifest_text.h"
 
 namespace ict_test::e2e {
 
-inline std::string Base64(const std::string& bytes) {
-    std::string text(4 * ((bytes.size() + 2) / 3) + 1, '\0');
-    const int size = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(&text[0]),
-                                     reinterpret_cast<const unsigned char*>(bytes.data()),
-                                     static_cast<int>(bytes.size()));
-    text.resize(static_cast<std::size_t>(size));
-    return text;
-}
+using ict_test::Base64;
+using ict_test::Check;
+using ict_test::FileRecord;
+using ict_test::ManifestText;
+using ict_test::Sha256Base64;
+using ict_test::Sha256Check;
+using ict_test::ValueCheck;
 
-inline std::string Sha256Base64(const std::string& content) {
-    std::string digest(SHA256_DIGEST_LENGTH, '\0');
-    SHA256(reinterpret_cast<const unsigned char*>(content.data()), content.size(),
-           reinterpret_cast<unsigned char*>(&digest[0]));
-    return Base64(digest);
-}
-
-inline std::string Check(const std::string& type, const std::string& value = "") {
-    return "<Check type=\"" + type + "\"" + (value.empty() ? "" : " value=\"" + value + "\"") +
-           "/>";
-}
-inline std::string Sha256Check(const std::string& content) {
-    return Check("Sha256", Sha256Base64(content));
-}
-inline std::string ValueCheck(const std::string& content) {
-    return Check("Value", Base64(content));
-}
-
-// A "File" record; `conditions` are attributes such as os="Linux".
-inline std::string FileRecord(const std::string& path, const std::string& checks = Check("Exists"),
-                              const std::string& conditions = "") {
-    return "  <File path=\"" + path + "\"" + (conditions.empty() ? "" : " " + conditions) + ">" +
-           checks + "</File>\n";
-}
-
-inline std::string ManifestText(const std::string& records) {
-    return "<Manifest productName=\"Demo\" productVersion=\"1.0\">\n" + records + "</Manifest>\n";
+// A "File" record with one "Exists" check.
+inline std::string FileRecord(const std::string& path) {
+    return ict_test::FileRecord(path, Check("Exists"));
 }
 
 // Writes a manifest of one "Exists" record per path and returns where.
