@@ -17,11 +17,6 @@
 namespace integrity_check_tool::xml {
 namespace {
 
-long CountEntries(const boost::filesystem::path& directory) {
-    return std::distance(boost::filesystem::directory_iterator(directory),
-                         boost::filesystem::directory_iterator());
-}
-
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
@@ -153,37 +148,6 @@ TEST(XmlLoadTest, EnvironmentEntriesHonourTheirConditions) {
 
     // Without a filter every entry is set, in order, so the empty one fails.
     EXPECT_THROW(File(nullptr).Load(path), Exception);
-}
-
-TEST(XmlStoreTest, StoreWritesTheFileAndTracesIt) {
-    ict_test::TempDir directory;
-    const auto path = directory / "out.xml";
-    ict_test::WriteText(path, std::string(50000, 'x'));
-    const auto source = testing::ReadXml(kManifest);
-    ict_test::TraceCapture capture;
-
-    File(capture.Tracer()).Store(*source, path);
-
-    EXPECT_EQ(ict_test::ReadText(path), testing::WriteXml(*source));
-    ASSERT_EQ(capture.Lines().size(), 1u);
-    EXPECT_THAT(capture.Lines()[0], HasSubstr("Manifest file " + path.string() + " stored:\n{"));
-    // Only the manifest is left in the folder: no temporary file.
-    EXPECT_EQ(CountEntries(directory.Path()), 1);
-    EXPECT_EQ(PrintManifest(*File(nullptr).Load(path)), PrintManifest(*source));
-}
-
-TEST(XmlStoreTest, FailureLeavesNothingBehind) {
-    ict_test::TempDir directory;
-    const auto path = directory / "no-such-folder" / "out.xml";
-    EXPECT_THAT(ict_test::ThrownText<Exception>([&] { File(nullptr).Store(Manifest{}, path); }),
-                HasSubstr("Can't open manifest file " + path.string()));
-    EXPECT_TRUE(boost::filesystem::is_empty(directory.Path()));
-
-    // A directory in the way of the target: the rename fails, the temporary goes.
-    const auto blocked = directory / "blocked.xml";
-    boost::filesystem::create_directories(blocked / "inside");
-    EXPECT_THROW(File(nullptr).Store(Manifest{}, blocked), Exception);
-    EXPECT_EQ(CountEntries(directory.Path()), 1);
 }
 
 }  // namespace

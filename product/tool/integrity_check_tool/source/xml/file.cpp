@@ -26,9 +26,6 @@ constexpr std::size_t kHeldTextSize = 16 * 1024 * 1024;
 const char* CantOpenFile() {
     return "Can't open manifest file %1%. Reason: %2%";
 }
-const char* CantReplaceFile() {
-    return "Can't replace manifest file %1%. Reason: %2%";
-}
 const char* CantReadStream() {
     return "Can't read manifest. Reason: %1%";
 }
@@ -41,9 +38,6 @@ const char* PartialWrite() {
 const char* ManifestLoaded() {
     return "Manifest file %1% loaded:";
 }
-const char* ManifestStored() {
-    return "Manifest file %1% stored:";
-}
 
 void CheckStream(ruk::result_t code, const char* message) {
     if (ruk::Failed(code)) {
@@ -52,15 +46,13 @@ void CheckStream(ruk::result_t code, const char* message) {
     }
 }
 
-// `shownPath` is the path the user asked for, which a temporary file stands in for.
-ruk::intrusive_ptr<ruk::IIO> OpenFile(const boost::filesystem::path& path, ruk::OpenMode mode,
-                                      const boost::filesystem::path& shownPath) {
+ruk::intrusive_ptr<ruk::IIO> OpenFile(const boost::filesystem::path& path) {
     ruk::intrusive_ptr<ruk::IIO> io;
-    const ruk::result_t code = ruk::OpenFileIO(path, mode, &io);
+    const ruk::result_t code = ruk::OpenFileIO(path, ruk::OpenMode::Read, &io);
     if (ruk::Failed(code)) {
-        ICT_THROW(Exception(MessageFormat(CantOpenFile(), PathToUtf8(shownPath),
-                                          ruk::GetResultText(code)))
-                  << ruk::ResultCodeInfo(code));
+        ICT_THROW(
+            Exception(MessageFormat(CantOpenFile(), PathToUtf8(path), ruk::GetResultText(code)))
+            << ruk::ResultCodeInfo(code));
     }
     return io;
 }
@@ -161,7 +153,7 @@ ManifestPtr File::Read(ruk::IIO& io, const std::string& origin) const {
 }
 
 ManifestPtr File::Load(const boost::filesystem::path& path, const FilterEvaluator* filter) const {
-    auto io = OpenFile(path, ruk::OpenMode::Read, path);
+    auto io = OpenFile(path);
     ManifestPtr manifest;
     try {
         manifest = Read(*io, PathToUtf8(path));
@@ -184,30 +176,6 @@ void File::Write(const Manifest& manifest, ruk::IIO& io) const {
         ICT_THROW(Exception(MessageFormat(PartialWrite(), written, text.size())));
     }
     CheckStream(io.Flush(), CantWriteStream());
-}
-
-void File::Store(const Manifest& manifest, const boost::filesystem::path& path) const {
-    const auto folder = path.has_parent_path() ? path.parent_path() : boost::filesystem::path(".");
-    const auto temporary =
-        folder / boost::filesystem::unique_path(path.filename().native() +
-                                                boost::filesystem::path(".%%%%-%%%%.tmp").native());
-    try {
-        {
-            auto io = OpenFile(temporary, ruk::OpenMode::CreateReadWrite, path);
-            Write(manifest, *io);
-        }
-        boost::system::error_code error;
-        boost::filesystem::rename(temporary, path, error);
-        if (error) {
-            ICT_THROW(
-                Exception(MessageFormat(CantReplaceFile(), PathToUtf8(path), error.message())));
-        }
-    } catch (...) {
-        boost::system::error_code ignored;
-        boost::filesystem::remove(temporary, ignored);
-        throw;
-    }
-    TraceManifest(tracer_, ManifestStored(), path, manifest);
 }
 
 }  // namespace integrity_check_tool::xml

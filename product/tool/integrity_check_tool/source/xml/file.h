@@ -41,10 +41,6 @@ public:
     // Replaces the stream's contents with the manifest in the current dialect.
     void Write(const Manifest& manifest, ruk::IIO& io) const;
 
-    // Writes the file through a temporary file beside it, so that a failure
-    // never leaves a half-written manifest behind.
-    void Store(const Manifest& manifest, const boost::filesystem::path& path) const;
-
 private:
     TracerPtr tracer_;
 };
