@@ -45,11 +45,12 @@ usage() {
 row() { printf '%-4s | %-28s | %s | %s\n' "$1" "$2" "$3" "$4"; }
 
 compare() {
-    local before=$1 after=$2 id lost=0
+    local before=$1 after=$2 id now lost=0
     [[ -f $before && -f $after ]] || { echo "compare: both result files must exist" >&2; exit 2; }
     while IFS= read -r id; do
         if ! grep -q "^$id *| .*| caught by " "$after"; then
-            echo "$id: caught before, not after: $(grep "^$id *|" "$after" | cut -d'|' -f3 | sed 's/^ //; s/ $//')"
+            now=$(grep "^$id *|" "$after" | cut -d'|' -f3 | sed 's/^ //; s/ $//' || true)
+            echo "$id: caught before, not after: ${now:-not in $after}"
             lost=$((lost + 1))
         fi
     done < <(grep '| caught by ' "$before" | cut -d' ' -f1)
@@ -157,7 +158,9 @@ regex_of() {
     for program in "$@"; do
         [[ -n ${suites_of[$program]:-} ]] && suites+="${suites:+|}${suites_of[$program]}"
     done
-    [[ -n $suites ]] && printf '^(%s)\\.' "$suites"
+    if [[ -n $suites ]]; then
+        printf '^(%s)\\.' "$suites"
+    fi
 }
 
 # Runs one group of tests (ctest arguments), stopping at the first failure.
@@ -284,10 +287,10 @@ cd "$tree"
 log=$work/logs/baseline.log
 : >"$log"
 echo "Building HEAD ($head) in $tree ..."
-cmake --preset test "${link[@]}" >>"$log" 2>&1 && build || {
+if ! cmake --preset test "${link[@]}" >>"$log" 2>&1 || ! build; then
     echo "the unchanged tree does not build; see $log" >&2
     exit 1
-}
+fi
 map_tests
 echo "${#programs[@]} test programs"
 
