@@ -26,8 +26,6 @@ target_compile_definitions(ict_boost INTERFACE BOOST_FILESYSTEM_NO_DEPRECATED
 # The GOST engine: on Linux OpenSSL loads the distribution's engine module at
 # run time; on Windows it is linked in (IctWindows.cmake).
 add_library(ict_gost_engine INTERFACE)
-target_include_directories(ict_gost_engine INTERFACE
-                           ${CMAKE_SOURCE_DIR}/component/crypto/gost_engine/include)
 if(WIN32)
     include(IctWindows)
 endif()

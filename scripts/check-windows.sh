@@ -17,7 +17,7 @@ trap 'rm -rf "$work"' EXIT
 # Boost is header-only for what these files need; the MinGW sysroot has no
 # copy of its own, so point at the system one without pulling in the other
 # Linux headers.
-mkdir -p "$work/include/common"
+mkdir -p "$work/include"
 ln -s /usr/include/boost "$work/include/boost"
 version=$(sed -n 's/^project([^)]*VERSION \([0-9.]*\).*/\1/p' "$root/CMakeLists.txt")
 IFS=. read -r major minor patch tweak <<<"$version"
@@ -25,8 +25,8 @@ sed -e "s/@ICT_PRODUCT_VERSION@/$version/" \
     -e "s/@PROJECT_VERSION_MAJOR@/${major:-0}/" -e "s/@PROJECT_VERSION_MINOR@/${minor:-0}/" \
     -e "s/@PROJECT_VERSION_PATCH@/${patch:-0}/" -e "s/@PROJECT_VERSION_TWEAK@/${tweak:-0}/" \
     -e "s/@ICT_TRUST_SET_NAME@/development/" \
-    "$root/product/tool/integrity_check_tool/source/common/build_info.h.in" \
-    >"$work/include/common/build_info.h"
+    "$root/product/tool/integrity_check_tool/source/build_info.h.in" \
+    >"$work/include/build_info.h"
 
 includes=(-isystem "$work/include"
           -I "$root/product/tool/integrity_check_tool/source")

@@ -46,10 +46,12 @@ export DEBIAN_FRONTEND=noninteractive
 
 # Tools of the Windows lane (b2 is Debian's build of Boost's own build tool,
 # same version as the sources; `wine` puts wine, wineboot and wineserver on the
-# PATH). The -posix compilers: the default (win32) thread
-# model of MinGW has no std::mutex.
+# PATH; `locales` holds the definitions a test compiles a Russian locale from,
+# which gives Wine its code pages). The -posix compilers: the default (win32)
+# thread model of MinGW has no std::mutex.
 tools=(g++-mingw-w64-i686-posix g++-mingw-w64-x86-64-posix libz-mingw-w64-dev
-       googletest dpkg-dev perl make cmake ninja-build wine wine64 zip libboost1.74-tools-dev)
+       googletest dpkg-dev perl make cmake ninja-build wine wine64 zip libboost1.74-tools-dev
+       locales)
 missing=()
 for package in "${tools[@]}"; do
     status=$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null || true)

@@ -1,10 +1,9 @@
 #include "storage/container_writer.h"
 
-#include <fstream>
-
 #include <boost/filesystem/operations.hpp>
 
 #include "container_name.h"
+#include "ruk/file_replacement.h"
 #include "storage/container_format.h"
 
 namespace storage {
@@ -23,22 +22,13 @@ ruk::result_t WriteContainer(const boost::filesystem::path& directory, const std
     if (ruk::Failed(code)) {
         return code;
     }
-    const boost::filesystem::path target = directory / name;
-    const boost::filesystem::path temporary =
-        directory / boost::filesystem::unique_path("." + name + ".%%%%%%%%.tmp");
-    {
-        std::ofstream stream(temporary.string(), std::ios::binary | std::ios::trunc);
-        stream.write(reinterpret_cast<const char*>(file.data()),
-                     static_cast<std::streamsize>(file.size()));
-        stream.close();
-        if (!stream) {
-            boost::filesystem::remove(temporary, error);
-            return ruk::result::IoError;
-        }
-    }
-    boost::filesystem::rename(temporary, target, error);
-    if (error) {
-        boost::filesystem::remove(temporary, error);
+    // Put on disk before it takes the old container's place: a crash right
+    // after the rename must not leave an empty container behind.
+    ruk::FileReplacement replacement;
+    std::size_t written = 0;
+    if (ruk::Failed(replacement.Create(directory / name)) ||
+        ruk::Failed(replacement.Stream().Write(file.data(), file.size(), &written)) ||
+        ruk::Failed(replacement.Close()) || ruk::Failed(replacement.Commit())) {
         return ruk::result::IoError;
     }
     return ruk::result::Success;

@@ -65,7 +65,7 @@ Bytes Sign(const Bytes& content, const std::string& keyName) {
     return result;
 }
 
-DsvmResult Verify(const Bytes& object, const std::vector<std::string>& keyNames) {
+DsvmResult Verify(const DsvmObjectReader& reader, const std::vector<std::string>& keyNames) {
     DsvmParams* keys = nullptr;
     DsvmParams* objects = nullptr;
     DsvmHandle* handle = nullptr;
@@ -77,14 +77,18 @@ DsvmResult Verify(const Bytes& object, const std::vector<std::string>& keyNames)
     EXPECT_EQ(DsvmHandleCreate(DSVM_GOST_2012, &handle), DSVM_OK);
     EXPECT_EQ(DsvmPrepareRegistrySet(handle, keys), DSVM_OK);
     EXPECT_EQ(DsvmParamsCreate(&objects), DSVM_OK);
-    DsvmObjectReader reader;
-    DsvmInitMemoryReader(&reader, object.data(), object.size());
     EXPECT_EQ(DsvmParamsAddObject(objects, &reader, nullptr), DSVM_OK);
     const DsvmResult result = DsvmVerifyObjects(handle, objects);
     DsvmParamsDestroy(objects);
     DsvmHandleDestroy(handle);
     DsvmParamsDestroy(keys);
     return result;
+}
+
+DsvmResult Verify(const Bytes& object, const std::vector<std::string>& keyNames) {
+    DsvmObjectReader reader;
+    DsvmInitMemoryReader(&reader, object.data(), object.size());
+    return Verify(reader, keyNames);
 }
 
 }  // namespace dsvm_test

@@ -24,7 +24,8 @@ Bytes Digest(const Bytes& data);  // GOST R 34.11-2012 256 through DsvmHash
 // the library refuses.
 Bytes Sign(const Bytes& content, const std::string& keyName);
 
-// Verifies one in-memory object against the named public keys.
+// Verifies one object against the named public keys.
+DsvmResult Verify(const DsvmObjectReader& reader, const std::vector<std::string>& keyNames);
 DsvmResult Verify(const Bytes& object, const std::vector<std::string>& keyNames);
 
 // An initialised library for the test's lifetime.

@@ -49,21 +49,44 @@ TEST_F(DsvmTest, EitherKeyOfThePairVerifiesAndBothKeySizesWork) {
     EXPECT_EQ(Verify(Sign(Content(), "foreign"), kReleasePair), DSVM_E_KEY_NOT_FOUND);
 }
 
-TEST_F(DsvmTest, PositionAndSizeDescribeTheAppendedBlock) {
+std::uint32_t Little(const Bytes& bytes, std::size_t offset, int size) {
+    std::uint32_t value = 0;
+    for (int index = size - 1; index >= 0; --index) {
+        value = value << 8 | bytes[offset + static_cast<std::size_t>(index)];
+    }
+    return value;
+}
+
+// The layout other implementations rely on: the content untouched, then the
+// block and the trailer, little-endian fields at fixed offsets, as the
+// library's README documents them; position and size describe the two.
+TEST_F(DsvmTest, TheAppendedBlockHasTheDocumentedLayout) {
     const Bytes content = Content();
-    for (const auto& [key, signatureBytes] :
-         std::vector<std::pair<std::string, std::size_t>>{{"release-1", 64}, {"release-2", 128}}) {
-        const Bytes signedObject = Sign(content, key);
-        const std::size_t expectedSize = 40 + signatureBytes + kTrailerSize;
-        ASSERT_EQ(signedObject.size(), content.size() + expectedSize) << key;
+    for (const auto& [key, algorithm, signatureSize] :
+         {std::make_tuple("release-1", 1u, 64u), std::make_tuple("release-2", 2u, 128u)}) {
+        SCOPED_TRACE(key);
+        const Bytes object = Sign(content, key);
+        const std::size_t block = content.size();
+        ASSERT_EQ(object.size(), block + 40 + signatureSize + kTrailerSize);
+        EXPECT_TRUE(std::equal(content.begin(), content.end(), object.begin()));
+        EXPECT_EQ(Little(object, block, 2), 1u) << "digest algorithm";
+        EXPECT_EQ(Little(object, block + 2, 2), algorithm) << "signature algorithm";
+        EXPECT_EQ(Bytes(object.begin() + block + 4, object.begin() + block + 36),
+                  dsvm_test::Digest(dsvm_test::PublicKey(key)))
+            << "key id";
+        EXPECT_EQ(Little(object, block + 36, 2), signatureSize);
+        EXPECT_EQ(Little(object, block + 38, 2), 0u) << "reserved";
+        const std::size_t trailer = object.size() - kTrailerSize;
+        EXPECT_EQ(std::memcmp(object.data() + trailer, "DSVM2SIG", 8), 0);
+        EXPECT_EQ(Little(object, trailer + 8, 4), 40 + signatureSize) << "block size";
+        EXPECT_EQ(Little(object, trailer + 12, 4), 1u) << "format version";
+
         DsvmResult result = 0;
-        EXPECT_EQ(Property64(signedObject, DSVM_PROPERTY_SIGNATURE_POSITION, &result),
-                  content.size());
+        EXPECT_EQ(Property64(object, DSVM_PROPERTY_SIGNATURE_POSITION, &result), block);
         EXPECT_EQ(result, DSVM_OK);
-        EXPECT_EQ(Property64(signedObject, DSVM_PROPERTY_SIGNATURE_SIZE, &result), expectedSize);
+        EXPECT_EQ(Property64(object, DSVM_PROPERTY_SIGNATURE_SIZE, &result),
+                  40 + signatureSize + kTrailerSize);
         EXPECT_EQ(result, DSVM_OK);
-        // The content before the block is left exactly as it was.
-        EXPECT_TRUE(std::equal(content.begin(), content.end(), signedObject.begin()));
     }
 }
 
@@ -116,7 +139,7 @@ TEST_F(DsvmTest, DamagedOrMissingSignaturesAreToldApart) {
     const Bytes signedObject = Sign(content, "release-1");
     const std::size_t trailer = signedObject.size() - kTrailerSize;
 
-    EXPECT_EQ(Verify({}, kReleasePair), DSVM_E_EMPTY_OBJECT);
+    EXPECT_EQ(Verify(Bytes{}, kReleasePair), DSVM_E_EMPTY_OBJECT);
     EXPECT_EQ(Verify(content, kReleasePair), DSVM_E_SIGNATURE_NOT_FOUND);
     EXPECT_EQ(Verify(dsvm_test::ToBytes("short"), kReleasePair), DSVM_E_SIGNATURE_NOT_FOUND);
 

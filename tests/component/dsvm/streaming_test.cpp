@@ -60,28 +60,10 @@ Bytes Pattern(std::size_t size) {
     return data;
 }
 
-DsvmResult VerifyReader(const DsvmObjectReader& reader, const std::string& key) {
-    DsvmParams* keys = nullptr;
-    DsvmParams* objects = nullptr;
-    DsvmHandle* handle = nullptr;
-    const Bytes blob = dsvm_test::PublicKey(key);
-    EXPECT_EQ(DsvmParamsCreate(&keys), DSVM_OK);
-    EXPECT_EQ(DsvmParamsAddKey(keys, blob.data(), blob.size()), DSVM_OK);
-    EXPECT_EQ(DsvmHandleCreate(DSVM_GOST_2012, &handle), DSVM_OK);
-    EXPECT_EQ(DsvmPrepareRegistrySet(handle, keys), DSVM_OK);
-    EXPECT_EQ(DsvmParamsCreate(&objects), DSVM_OK);
-    EXPECT_EQ(DsvmParamsAddObject(objects, &reader, nullptr), DSVM_OK);
-    const DsvmResult result = DsvmVerifyObjects(handle, objects);
-    DsvmParamsDestroy(objects);
-    DsvmHandleDestroy(handle);
-    DsvmParamsDestroy(keys);
-    return result;
-}
-
 TEST_F(DsvmTest, LargeObjectsAreReadInBoundedBlocksOnly) {
     ObservedObject object;
     object.data = dsvm_test::Sign(Pattern(3 * 1024 * 1024 + 17), "release-2");
-    EXPECT_EQ(VerifyReader(object.Reader(), "release-2"), DSVM_OK);
+    EXPECT_EQ(dsvm_test::Verify(object.Reader(), {"release-2"}), DSVM_OK);
     EXPECT_LE(object.largestRead, 1024u * 1024u);
     EXPECT_GT(object.reads, 3u);
     EXPECT_FALSE(object.outsideRead);
@@ -95,14 +77,14 @@ TEST_F(DsvmTest, ReadFailuresAreReportedByPhase) {
     // The first read is the trailer.
     object.failAtRead = 0;
     object.reads = 0;
-    EXPECT_EQ(VerifyReader(reader, "release-1"), DSVM_E_READ_CALLBACK);
+    EXPECT_EQ(dsvm_test::Verify(reader, {"release-1"}), DSVM_E_READ_CALLBACK);
 
     // Reads 0 and 1 locate the block; read 2 is the content.
     for (const bool shortRead : {false, true}) {
         object.failAtRead = 2;
         object.reads = 0;
         object.shortRead = shortRead;
-        EXPECT_EQ(VerifyReader(reader, "release-1"), DSVM_E_HASH_INPUT) << shortRead;
+        EXPECT_EQ(dsvm_test::Verify(reader, {"release-1"}), DSVM_E_HASH_INPUT) << shortRead;
     }
 
     DsvmHash* hash = nullptr;
@@ -130,11 +112,11 @@ TEST_F(DsvmTest, FileStreamsServeAsObjectsAndCanBeLimited) {
     std::unique_ptr<dsvm::IoObjectReader> reader;
     ASSERT_TRUE(ruk::Succeeded(dsvm::IoObjectReader::Create(io, &reader)));
     EXPECT_EQ(reader->GetSize(), signedObject.size());
-    EXPECT_EQ(VerifyReader(*reader->Get(), "test-2"), DSVM_OK);
+    EXPECT_EQ(dsvm_test::Verify(*reader->Get(), {"test-2"}), DSVM_OK);
 
     // Limited to the covered content, the same stream is an unsigned object.
     reader->Limit(content.size());
-    EXPECT_EQ(VerifyReader(*reader->Get(), "test-2"), DSVM_E_SIGNATURE_NOT_FOUND);
+    EXPECT_EQ(dsvm_test::Verify(*reader->Get(), {"test-2"}), DSVM_E_SIGNATURE_NOT_FOUND);
     DsvmHash* hash = nullptr;
     ASSERT_EQ(DsvmHashCreate(&hash), DSVM_OK);
     ASSERT_EQ(DsvmHashObject(hash, reader->Get(), DSVM_HASH_WHOLE_OBJECT), DSVM_OK);

@@ -1,5 +1,5 @@
 #include <cstdint>
-#include <fstream>
+#include <functional>
 #include <random>
 #include <string>
 #include <vector>
@@ -10,6 +10,8 @@
 #include "storage/container_format.h"
 #include "storage/container_writer.h"
 #include "storage/storage.h"
+#include "support/file_helpers.h"
+#include "support/temp_dir.h"
 
 namespace {
 
@@ -29,21 +31,8 @@ Bytes RandomBytes(std::size_t size, unsigned seed) {
 
 class DirectoryStorageTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        directory_ = fs::temp_directory_path() / fs::unique_path("storage-test-%%%%%%%%");
-        fs::create_directories(directory_);
-    }
-    void TearDown() override { fs::remove_all(directory_); }
-
     void WriteFile(const std::string& name, const Bytes& bytes) {
-        std::ofstream stream((directory_ / name).string(), std::ios::binary);
-        stream.write(reinterpret_cast<const char*>(bytes.data()),
-                     static_cast<std::streamsize>(bytes.size()));
-    }
-
-    Bytes ReadFile(const std::string& name) {
-        std::ifstream stream((directory_ / name).string(), std::ios::binary);
-        return Bytes(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
+        ict_test::WriteBytes(directory_ / name, bytes);
     }
 
     storage::IContainerPtr Open(const std::string& name, ruk::result_t expected) {
@@ -69,7 +58,8 @@ protected:
         }
     }
 
-    fs::path directory_;
+    ict_test::TempDir temp_;
+    const fs::path& directory_ = temp_.Path();
 };
 
 TEST_F(DirectoryStorageTest, BothEncodingsRoundTripInAnyChunkSize) {
@@ -115,34 +105,23 @@ TEST_F(DirectoryStorageTest, DamagedCompressedStreamsFailEveryRead) {
     ASSERT_EQ(storage::format::EncodeContainer(content, ContainerEncoding::Compressed, &good),
               ruk::result::Success);
 
-    struct Damage {
-        const char* what;
-        Bytes file;
+    using Damage = std::function<void(Bytes&)>;
+    const std::vector<std::pair<const char*, Damage>> damages = {
+        {"flipped byte", [](Bytes& b) { b[b.size() / 2] ^= 0x5A; }},
+        {"truncated", [](Bytes& b) { b.resize(b.size() - 20); }},
+        {"bad checksum", [](Bytes& b) { b.back() ^= 1; }},
+        {"bytes after the stream", [](Bytes& b) { b.push_back(0); }},
+        // The stream produces one byte more, or one less, than declared.
+        {"longer than declared", [](Bytes& b) { b[8] -= 1; }},
+        {"shorter than declared", [](Bytes& b) { b[8] += 1; }},
+        {"not zlib",
+         [](Bytes& b) { std::fill(b.begin() + storage::format::kHeaderSize, b.end(), 0xEE); }},
     };
-    std::vector<Damage> damages;
-    Bytes flipped = good;
-    flipped[good.size() / 2] ^= 0x5A;
-    damages.push_back({"flipped byte", flipped});
-    damages.push_back({"truncated", Bytes(good.begin(), good.end() - 20)});
-    Bytes checksum = good;
-    checksum.at(checksum.size() - 1) ^= 1;
-    damages.push_back({"bad checksum", checksum});
-    Bytes trailing = good;
-    trailing.push_back(0);
-    damages.push_back({"bytes after the stream", trailing});
-    Bytes longer = good;
-    longer[8] -= 1;  // the stream produces one byte more than declared
-    damages.push_back({"longer than declared", longer});
-    Bytes shorter = good;
-    shorter[8] += 1;
-    damages.push_back({"shorter than declared", shorter});
-    Bytes garbage(good.begin(), good.begin() + storage::format::kHeaderSize);
-    garbage.resize(good.size(), 0xEE);
-    damages.push_back({"not zlib", garbage});
-
-    for (const auto& damage : damages) {
-        SCOPED_TRACE(damage.what);
-        WriteFile("damaged", damage.file);
+    for (const auto& [what, damage] : damages) {
+        SCOPED_TRACE(what);
+        Bytes file = good;
+        damage(file);
+        WriteFile("damaged", file);
         auto container = Open("damaged", ruk::result::Success);
         ASSERT_TRUE(container);
         ruk::result_t code = ruk::result::Success;
@@ -192,7 +171,7 @@ TEST_F(DirectoryStorageTest, WriterReplacesAnExistingContainer) {
               ruk::result::Success);
     ASSERT_EQ(storage::WriteContainer(directory_, "crl", {9, 8}, ContainerEncoding::Raw),
               ruk::result::Success);
-    EXPECT_EQ(ReadFile("crl"), (Bytes{9, 8}));
+    EXPECT_EQ(ict_test::ReadText(directory_ / "crl"), "\x09\x08");
 }
 
 }  // namespace

@@ -46,92 +46,77 @@ public:
     bool nextSignedData = false;
     bool forceSignedData = false;
     std::vector<std::string> chainSubjects;
-    std::size_t lastDigestsCount = 0;
-    std::string lastHierarchyId;
     VdsFileFormat lastFileFormat = UINT32_MAX;
 
     void OnVerifierCreated(const void*, std::size_t, const VdsCertificateInfo*) override {
-        events.push_back("OnVerifierCreated");
+        Note("OnVerifierCreated");
     }
     void OnRevocationCheckerCreated(const void*, std::size_t) override {
-        events.push_back("OnRevocationCheckerCreated");
+        Note("OnRevocationCheckerCreated");
     }
     void OnCertificateParsingFailed(std::size_t, const VdsBlob&) override {
-        events.push_back("OnCertificateParsingFailed");
+        Note("OnCertificateParsingFailed");
     }
-    void OnRevocationDbLoad(const char* id, std::int64_t) override {
-        lastHierarchyId = id;
-        events.push_back("OnRevocationDbLoad");
-    }
-    void OnRdbLoadFailed(const char*, std::size_t, VdsResult) override {
-        events.push_back("OnRdbLoadFailed");
-    }
+    void OnRevocationDbLoad(const char*, std::int64_t) override { Note("OnRevocationDbLoad"); }
+    void OnRdbLoadFailed(const char*, std::size_t, VdsResult) override { Note("OnRdbLoadFailed"); }
     void OnFileFormat(VdsFileFormat format) override {
         lastFileFormat = format;
-        events.push_back("OnFileFormat");
+        Note("OnFileFormat");
     }
-    void OnSignedDataStarted(std::size_t, std::size_t) override {
-        events.push_back("OnSignedDataStarted");
-    }
-    void OnSignerInfoStarted(const char*, const char*) override {
-        events.push_back("OnSignerInfoStarted");
-    }
+    void OnSignedDataStarted(std::size_t, std::size_t) override { Note("OnSignedDataStarted"); }
+    void OnSignerInfoStarted(const char*, const char*) override { Note("OnSignerInfoStarted"); }
     void OnContentProcessed(std::uint64_t, std::uint64_t, std::uint64_t, const VdsBlob&,
-                            const VdsDigest*, std::size_t count) override {
-        lastDigestsCount = count;
-        events.push_back("OnContentProcessed");
+                            const VdsDigest*, std::size_t) override {
+        Note("OnContentProcessed");
     }
     void OnAdditionalContent(const VdsBlob&, const VdsDigest*, std::size_t) override {
-        events.push_back("OnAdditionalContent");
+        Note("OnAdditionalContent");
     }
     void OnCertificateSignCheckFailure(const char*, const char*) override {
-        events.push_back("OnCertificateSignCheckFailure");
+        Note("OnCertificateSignCheckFailure");
     }
     void LogCertificateChain(const VdsCertificateInfo* chain, std::size_t count) override {
-        chainSubjects.clear();
+        chainSubjects.assign(count, "");
         for (std::size_t index = 0; index < count; ++index) {
-            chainSubjects.push_back(chain[index].subject);
+            chainSubjects[index] = chain[index].subject;
         }
-        events.push_back("LogCertificateChain");
+        Note("LogCertificateChain");
     }
-    void OnValidatedContentChain(VdsVerificationFlags) override {
-        events.push_back("OnValidatedContentChain");
-    }
+    void OnValidatedContentChain(VdsVerificationFlags) override { Note("OnValidatedContentChain"); }
     void OnValidatedTimestampChain(VdsVerificationFlags) override {
-        events.push_back("OnValidatedTimestampChain");
+        Note("OnValidatedTimestampChain");
     }
     void OnSignerInfoChecked(std::int64_t, VdsVerificationFlags) override {
-        events.push_back("OnSignerInfoChecked");
+        Note("OnSignerInfoChecked");
     }
     bool IsNextSignerInfoRequired() override {
-        events.push_back("IsNextSignerInfoRequired");
-        return nextSignerInfo;
+        return Note("IsNextSignerInfoRequired", nextSignerInfo);
     }
-    void OnSignedDataChecked(VdsVerificationFlags) override {
-        events.push_back("OnSignedDataChecked");
-    }
+    void OnSignedDataChecked(VdsVerificationFlags) override { Note("OnSignedDataChecked"); }
     bool IsNextSignedDataRequired() override {
-        events.push_back("IsNextSignedDataRequired");
-        return nextSignedData;
+        return Note("IsNextSignedDataRequired", nextSignedData);
     }
     void OnEmbeddedSignatureChecked(VdsVerificationFlags) override {
-        events.push_back("OnEmbeddedSignatureChecked");
+        Note("OnEmbeddedSignatureChecked");
     }
-    void OnFinalResult(VdsResult, VdsVerificationFlags) override {
-        events.push_back("OnFinalResult");
-    }
-    void OnHashContainer(const char*, std::size_t) override { events.push_back("OnHashContainer"); }
+    void OnFinalResult(VdsResult, VdsVerificationFlags) override { Note("OnFinalResult"); }
+    void OnHashContainer(const char*, std::size_t) override { Note("OnHashContainer"); }
     void OnHashFound(const char*, const char*, const char*, VdsVerificationFlags,
                      VdsVerificationFlags, VdsVerificationFlags) override {
-        events.push_back("OnHashFound");
+        Note("OnHashFound");
     }
     bool IsSignedDataVerificationRequiredForcedly() override {
-        events.push_back("IsSignedDataVerificationRequiredForcedly");
-        return forceSignedData;
+        return Note("IsSignedDataVerificationRequiredForcedly", forceSignedData);
     }
 
     bool Saw(const std::string& event) const {
         return std::find(events.begin(), events.end(), event) != events.end();
+    }
+
+private:
+    bool Note(const char* event, bool answer = false) {
+        events.push_back(event);
+        return answer;
     }
 };
 

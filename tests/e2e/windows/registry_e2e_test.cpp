@@ -66,8 +66,7 @@ protected:
     // entry, each with the given checks.
     fs::path WriteManifest(const std::string& registries) {
         const fs::path path = dir_ / "registry.xml";
-        ict_test::WriteText(path, "<Manifest productName=\"Demo\" productVersion=\"1.0\">\n" +
-                                      registries + "</Manifest>\n");
+        ict_test::WriteText(path, ict_test::e2e::ManifestText(registries));
         return path;
     }
 
@@ -81,8 +80,7 @@ protected:
     }
 
     static std::string Check(const std::string& type, const std::string& value = "") {
-        return "<Check type=\"" + type + "\"" + (value.empty() ? "" : " value=\"" + value + "\"") +
-               "/>";
+        return ict_test::e2e::Check(type, value);
     }
 
     std::string key_;
@@ -100,8 +98,8 @@ TEST_F(RegistryUnderWine, EveryTypePassesOnItsBytesAndFailsOnOthers) {
         const char* mismatch;  // the failure text after "Registry key <name> in <key> "
     };
     const std::vector<Kind> kinds = {
-        {"Value", &wine_e2e::Base64, "has unexpected value"},
-        {"Sha256", &wine_e2e::Sha256Base64, "has unexpected hash "},
+        {"Value", &ict_test::e2e::Base64, "has unexpected value"},
+        {"Sha256", &ict_test::e2e::Sha256Base64, "has unexpected hash "},
         {"Gost2012", &wine_e2e::Gost2012Base64, "has unexpected hash "},
     };
     for (const auto& kind : kinds) {
@@ -171,7 +169,7 @@ TEST_F(RegistryUnderWine, ReadFailuresAndTypeMismatchUseTheExactTexts) {
              Registry(manifestKey_,
                       ValueRecord("Gone", "REG_SZ", Check("Value", "AA==")) +
                           ValueRecord("Dword", "REG_DWORD_LITTLE_ENDIAN",
-                                      Check("Value", wine_e2e::Base64(Bytes({4, 3, 2, 1})))) +
+                                      Check("Value", ict_test::e2e::Base64(Bytes({4, 3, 2, 1})))) +
                           ValueRecord("Qword", "REG_QWORD_LITTLE_ENDIAN", Check("Exists")) +
                           ValueRecord("Sz", "REG_BINARY", Check("Exists"))))
              .string()});
@@ -204,7 +202,7 @@ TEST_F(RegistryUnderWine, EveryRootPrefixFormResolvesAndOthersAreUnknown) {
                              "]\n\"Sz\"=\"text\"\n\n"
                              "[HKEY_USERS\\S-1-5-18\\" +
                              tail + "]\n\"Sz\"=\"text\"\n");
-    const std::string good = wine_e2e::Base64(std::string("text", 5));
+    const std::string good = ict_test::e2e::Base64(std::string("text", 5));
     const std::vector<std::string> resolving = {
         "HKLM\\" + tail,          "HKEY_LOCAL_MACHINE\\" + tail,
         "\\HKLM\\" + tail,        "\\\\HKLM\\" + tail,

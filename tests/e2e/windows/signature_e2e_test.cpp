@@ -22,35 +22,14 @@ protected:
 
     fs::path Bin() const { return dir_ / "product" / "bin"; }
 
-    static fs::path Signer() {
-        return ict_test::BinaryDir() / "tools" / "signer" / "integrity_signer";
-    }
-
     void SignDsvm(const std::string& name) {
         ict_test::WriteText(Bin() / name, "content of " + name);
-        const fs::path key =
-            ict_test::SourceDir() / "trust" / "development" / "private" / "dsvm" / "release-1.pem";
-        const auto run =
-            ict_test::RunTool(Signer(), {"dsvm", "--key", key.string(), (Bin() / name).string()});
-        ASSERT_EQ(run.exitCode, 0) << run.Describe();
+        ict_test::e2e::SignDsvm("release-1", {Bin() / name});
     }
 
     void SignVds(const std::string& name, const std::string& signer, bool withFileName) {
         ict_test::WriteText(Bin() / name, "content of " + name);
-        const fs::path material = ict_test::vds::PrivateVdsDir();
-        std::vector<std::string> arguments = {"vds",
-                                              "--cert",
-                                              (material / (signer + ".pem")).string(),
-                                              "--key",
-                                              (material / (signer + ".key.pem")).string(),
-                                              "--chain",
-                                              (material / "signing-ca.pem").string()};
-        if (withFileName) {
-            arguments.push_back("--with-filename");
-        }
-        arguments.push_back((Bin() / name).string());
-        const auto run = ict_test::RunTool(Signer(), arguments);
-        ASSERT_EQ(run.exitCode, 0) << run.Describe();
+        ict_test::e2e::SignVds(Bin() / name, signer, withFileName);
     }
 
     void Tamper(const std::string& name) {
@@ -60,15 +39,11 @@ protected:
     }
 
     fs::path WriteManifest(const std::vector<std::string>& names) {
-        std::string records;
+        std::vector<std::string> paths;
         for (const auto& name : names) {
-            records += "  <File path=\"%ProductRoot%\\bin\\" + name +
-                       "\"><Check type=\"Exists\"/></File>\n";
+            paths.push_back("%ProductRoot%\\bin\\" + name);
         }
-        const fs::path path = dir_ / "product" / "integrity_check.xml";
-        ict_test::WriteText(path, "<Manifest productName=\"Demo\" productVersion=\"1.0\">\n" +
-                                      records + "</Manifest>\n");
-        return path;
+        return ict_test::e2e::WriteManifest(dir_ / "product" / "integrity_check.xml", paths);
     }
 
     // The Windows checker names files by their Wine paths.
@@ -118,15 +93,7 @@ TEST_F(SignaturesUnderWine, EachSignatureTypePassesSignedFilesAndFailsTamperedOn
 TEST_F(SignaturesUnderWine, RevocationListFromAStorageDirectoryRefusesTheRevokedSigner) {
     SignVds("a.dll", "signer", false);
     SignVds("revoked.dll", "signer-revoked", false);
-    const fs::path storage = dir_ / "crl-storage";
-    std::vector<std::string> arguments = {"--out", storage.string(), "--compress"};
-    for (const char* root : {"3520p1", "3020d1", "4820d1", "4823d1"}) {
-        arguments.push_back(
-            (ict_test::vds::PrivateVdsDir() / "crl" / (std::string(root) + ".crl.pem")).string());
-    }
-    const auto pack = ict_test::RunTool(
-        ict_test::BinaryDir() / "tools" / "crl_container" / "integrity_crl_container", arguments);
-    ASSERT_EQ(pack.exitCode, 0) << pack.Describe();
+    const fs::path storage = ict_test::e2e::PackCrls(dir_ / "crl-storage", "compressed");
 
     const fs::path manifest = WriteManifest({"a.dll", "revoked.dll"});
     auto run =
@@ -162,13 +129,7 @@ TEST_F(SignaturesUnderWine, ProgramsAreCheckedInTheirCertificateTable) {
         ict_test::vds::OsslsigncodeSign(plain, Bin() / (arch + "-ossl.exe"), "signer-ec");
         ict_test::vds::OsslsigncodeSign(plain, Bin() / (arch + "-patched.exe"), "signer-ec");
         fs::copy_file(plain, Bin() / (arch + "-ours.exe"));
-        const fs::path material = ict_test::vds::PrivateVdsDir();
-        const auto signing =
-            ict_test::RunTool(Signer(), {"vds", "--cert", (material / "signer.pem").string(),
-                                         "--key", (material / "signer.key.pem").string(), "--chain",
-                                         (material / "signing-ca.pem").string(), "--with-filename",
-                                         (Bin() / (arch + "-ours.exe")).string()});
-        ASSERT_EQ(signing.exitCode, 0) << signing.Describe();
+        ict_test::e2e::SignVds(Bin() / (arch + "-ours.exe"), "signer", true);
         ict_test::vds::Bytes bytes = ict_test::vds::ReadBytes(Bin() / (arch + "-patched.exe"));
         bytes.at(0x400) ^= 1;  // the first section's first byte
         ict_test::WriteBytes(Bin() / (arch + "-patched.exe"), bytes);

@@ -26,10 +26,12 @@ std::string Utf16(const std::string& ascii) {
     return bytes;
 }
 
+namespace e2e = ict_test::e2e;
+
+// A record whose Sha256 check expects `content`.
 std::string FileRecord(const std::string& path, const std::string& content,
                        const std::string& filter = "") {
-    return "  <File path=\"" + path + "\"" + (filter.empty() ? "" : " " + filter) +
-           "><Check type=\"Sha256\" value=\"" + wine_e2e::Sha256Base64(content) + "\"/></File>\n";
+    return e2e::FileRecord(path, e2e::Sha256Check(content), filter);
 }
 
 class WindowsProgramUnderWine : public testing::Test {
@@ -38,8 +40,7 @@ protected:
 
     fs::path WriteManifest(const fs::path& path, const std::string& records,
                            const std::string& environment = "") {
-        ict_test::WriteText(path, "<Manifest productName=\"Demo\" productVersion=\"1.0\">\n" +
-                                      environment + records + "</Manifest>\n");
+        ict_test::WriteText(path, e2e::ManifestText(environment + records));
         return path;
     }
 
@@ -51,12 +52,13 @@ protected:
 TEST_F(WindowsProgramUnderWine, VersionIsReadFromTheProgramsVersionResource) {
     const auto run = wine_e2e::RunChecker({"--version"});
     EXPECT_EQ(run.exitCode, 0) << run.Describe();
-    EXPECT_EQ(run.out, "Version " + wine_e2e::ProjectVersion() + "\nSUCCEEDED\n") << run.Describe();
+    EXPECT_EQ(run.out, "Version " + std::string(ICT_PROJECT_VERSION) + "\nSUCCEEDED\n")
+        << run.Describe();
     // The resource itself carries the version under the key the program reads.
     const std::string image = ict_test::ReadText(ict_test::WindowsCheckerPath());
     EXPECT_NE(image.find(Utf16("ProductVersion")), std::string::npos);
     EXPECT_NE(image.find(Utf16("040904B0")), std::string::npos);
-    EXPECT_NE(image.find(Utf16(wine_e2e::ProjectVersion())), std::string::npos);
+    EXPECT_NE(image.find(Utf16(std::string(ICT_PROJECT_VERSION))), std::string::npos);
 }
 
 // Makes Wine report the given Windows version to the checker alone.
@@ -139,7 +141,7 @@ TEST_F(WindowsProgramUnderWine, PathsDriveLettersEnvironmentAndNames) {
 
     const std::string records =
         // The process environment wins over the manifest's own SystemRoot.
-        "  <File path=\"%SystemRoot%\\system32\\kernel32.dll\"><Check type=\"Exists\"/></File>\n" +
+        e2e::FileRecord("%SystemRoot%\\system32\\kernel32.dll") +
         FileRecord("%ProgramFiles%\\IctTest\\tool.dll", "program files content") +
         FileRecord(ict_test::ToWinePath(Product() / "bin" / "a.dll"), "content of a") +
         FileRecord("%ProductRoot%\\" + cyrillic + "\\" + cyrillicFile, "cyrillic content") +
@@ -206,13 +208,12 @@ TEST_F(WindowsProgramUnderWine, LinuxAndWindowsReportTheSameObjectLines) {
         FileRecord("%ProductRoot%\\bin\\good.dll", "good") +
         FileRecord("%ProductRoot%\\bin\\changed.dll", "original") +
         FileRecord("%ProductRoot%\\bin\\missing.dll", "missing") +
-        "  <File path=\"%ProductRoot%\\bin\\folder.dll\"><Check type=\"Exists\"/></File>\n"
-        "  <File path=\"%ProductRoot%\\bin\\absent.dll\"><Check type=\"NotExists\"/></File>\n"
-        "  <File path=\"%ProductRoot%\\bin\\other.dll\" os=\"MacOS\"><Check "
-        "type=\"Exists\"/></File>\n";
+        e2e::FileRecord("%ProductRoot%\\bin\\folder.dll") +
+        e2e::FileRecord("%ProductRoot%\\bin\\absent.dll", e2e::Check("NotExists")) +
+        e2e::FileRecord("%ProductRoot%\\bin\\other.dll", e2e::Check("Exists"), "os=\"MacOS\"");
     const auto manifest = WriteManifest(Product() / "integrity_check.xml", records);
 
-    const auto onLinux = wine_e2e::RunLinuxChecker({"--verbose", manifest.string()});
+    const auto onLinux = e2e::Checker({"--verbose", manifest.string()});
     const auto windows = wine_e2e::RunChecker({"--verbose", manifest.string()});
     EXPECT_EQ(onLinux.exitCode, 1) << onLinux.Describe();
     EXPECT_EQ(windows.exitCode, onLinux.exitCode) << windows.Describe();

@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "support/e2e.h"
+#include "support/e2e_product.h"
 
 namespace wine_e2e {
 
@@ -19,12 +19,15 @@ namespace wine_e2e {
         }                                                                                 \
     } while (false)
 
-// Runs the Windows checker under Wine.
-ict_test::RunResult RunChecker(const std::vector<std::string>& arguments,
-                               const boost::filesystem::path& workingDirectory = {});
+// The wine program (ICT_WINE, else "wine" on the PATH); Wine's own tools run
+// as programs of the prefix.
+boost::filesystem::path Wine();
 
-// Runs the checker of the Linux build on the same arguments.
-ict_test::RunResult RunLinuxChecker(const std::vector<std::string>& arguments);
+// Runs the Windows checker under Wine.
+inline ict_test::RunResult RunChecker(const std::vector<std::string>& arguments,
+                                      const boost::filesystem::path& workingDirectory = {}) {
+    return ict_test::e2e::Run(ict_test::WindowsCheckerPath(), arguments, workingDirectory);
+}
 
 // Imports registry data in REGEDIT4 form into the test prefix (wine regedit).
 void ImportRegistry(const std::string& regedit4Text);
@@ -32,18 +35,12 @@ void ImportRegistry(const std::string& regedit4Text);
 // A registry key path of this test alone, below HKLM\Software\IctTest.
 std::string TestKeyPath();
 
-// Bytes as base64 and their digests (SHA-256 and GOST R 34.11-2012 256-bit,
-// the latter through the openssl command line and its GOST engine).
-std::string Base64(const std::string& bytes);
-std::string Sha256Base64(const std::string& bytes);
+// The GOST R 34.11-2012 256-bit digest of `bytes` as base64, through the
+// openssl command line and its GOST engine.
 std::string Gost2012Base64(const std::string& bytes);
 
-// The product version of the CMake project.
-std::string ProjectVersion();
-
-// Lines of `text` that belong to the per-object report and the summary, with
-// every occurrence of `root` replaced by "<root>": the part of a run that must
-// not depend on the platform.
+// Lines of `text` with every occurrence of `root` replaced by "<root>": the
+// part of a run that must not depend on the platform.
 std::vector<std::string> ObjectLines(const std::string& text, const std::string& root);
 
 }  // namespace wine_e2e

@@ -5,31 +5,18 @@
 #include <string>
 #include <vector>
 
-#include <openssl/sha.h>
-
 #include "arguments/checker.h"
 #include "common/configuration.h"
 #include "common/console_output.h"
 #include "common/run_statistics.h"
 #include "factory/factory.h"
 #include "support/file_helpers.h"
+#include "support/manifest_text.h"
 #include "support/temp_dir.h"
-#include "tool/engine_helpers/trace_capture.h"
+#include "support/trace_capture.h"
 #include "xml/file.h"
 
 namespace ict_test {
-
-// Base64 of the SHA-256 of `text`, as a manifest's Check value holds it.
-inline std::string Sha256Base64(const std::string& text) {
-    integrity_check_tool::Bytes digest(SHA256_DIGEST_LENGTH);
-    SHA256(reinterpret_cast<const unsigned char*>(text.data()), text.size(), digest.data());
-    return integrity_check_tool::xml::EncodeBase64(digest);
-}
-
-inline std::string Base64Of(const std::string& text) {
-    return integrity_check_tool::xml::EncodeBase64(
-        integrity_check_tool::Bytes(text.begin(), text.end()));
-}
 
 // What an action needs around it: a temporary product folder, a detail
 // tracer, captured console streams, run statistics and a factory.
@@ -68,14 +55,7 @@ public:
                std::to_string(counters.succeeded);
     }
 
-    bool Traced(const std::string& message) const {
-        for (const auto& line : trace_.Messages()) {
-            if (line == message) {
-                return true;
-            }
-        }
-        return false;
-    }
+    bool Traced(const std::string& message) const { return trace_.Traced(message); }
 
     TempDir dir_;
     TraceCapture trace_;

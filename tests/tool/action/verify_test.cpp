@@ -8,8 +8,10 @@
 namespace integrity_check_tool::action {
 namespace {
 
-using ict_test::Base64Of;
-using ict_test::Sha256Base64;
+using ict_test::Base64;
+using ict_test::FileRecord;
+using ict_test::Sha256Check;
+using ict_test::ValueCheck;
 using testing::HasSubstr;
 
 class VerifyTest : public testing::Test, public ict_test::ActionFixture {
@@ -27,13 +29,9 @@ TEST_F(VerifyTest, PassingManifestCountsEveryObjectAndPrintsSummaryOnce) {
     ict_test::WriteText(dir_ / "bin" / "b.dll", "bbb");
     const auto manifest = WriteManifest(
         "integrity_check.xml",
-        "<Environment key=\"Bin\" value=\"%ProductRoot%\\bin\"/>\n"
-        "<File path=\"%Bin%\\a.dll\"><Check type=\"Sha256\" value=\"" +
-            Sha256Base64("aaa") +
-            "\"/></File>\n"
-            "<Files path=\"%Bin%\"><File path=\"b.dll\"><Check type=\"Value\" value=\"" +
-            Base64Of("bbb") +
-            "\"/></File></Files>\n"
+        "<Environment key=\"Bin\" value=\"%ProductRoot%\\bin\"/>\n" +
+            FileRecord("%Bin%\\a.dll", Sha256Check("aaa")) + "<Files path=\"%Bin%\">" +
+            FileRecord("b.dll", ValueCheck("bbb")) + "</Files>\n" +
             "<File path=\"%Bin%\\gone.dll\"><Check type=\"NotExists\"/></File>\n"
             "<File path=\"%Bin%\\other.dll\" defined=\"NOT_GIVEN\"><Check/></File>\n"
             "<Registry path=\"HKLM\\SOFTWARE\\Test\" os=\"MacOS\">"
@@ -77,7 +75,7 @@ TEST_F(VerifyTest, RegistryKeyFailsOnceAfterAllItsValuesRan) {
         "<Value name=\"Present\" type=\"REG_SZ\"><Check type=\"NotExists\"/></Value>"
         "<Value name=\"Absent\" type=\"REG_SZ\"><Check type=\"NotExists\"/></Value>"
         "<Value name=\"Data\" type=\"REG_BINARY\"><Check type=\"Value\" value=\"" +
-            Base64Of("ok") +
+            Base64("ok") +
             "\"/></Value>"
             "<Value name=\"Skipped\" type=\"REG_SZ\" defined=\"NOT_GIVEN\"><Check/></Value>"
             "</Registry>\n");
@@ -102,16 +100,12 @@ TEST_F(VerifyTest, RegistryKeyFailsOnceAfterAllItsValuesRan) {
 TEST_F(VerifyTest, ManifestsExpandedThroughOwnEnvironmentsMergeIntoOne) {
     ict_test::WriteText(dir_ / "product" / "a.dll", "aaa");
     ict_test::WriteText(dir_ / "product" / "b.dll", "bbb");
-    const auto first = WriteManifest(
-        "product/first.xml", "<File path=\"%ProductRoot%/a.dll\"><Check type=\"Sha256\" value=\"" +
-                                 Sha256Base64("aaa") + "\"/></File>\n");
-    const auto second =
-        WriteManifest("second.xml",
-                      "<Environment key=\"Home\" value=\"%ProductRoot%/product\"/>\n"
-                      "<File path=\"%Home%/a.dll\"><Check type=\"Sha256\" value=\"" +
-                          Sha256Base64("aaa") +
-                          "\"/></File>\n"
-                          "<File path=\"%Home%/b.dll\"><Check type=\"Exists\"/></File>\n");
+    const auto first =
+        WriteManifest("product/first.xml", FileRecord("%ProductRoot%/a.dll", Sha256Check("aaa")));
+    const auto second = WriteManifest(
+        "second.xml", "<Environment key=\"Home\" value=\"%ProductRoot%/product\"/>\n" +
+                          FileRecord("%Home%/a.dll", Sha256Check("aaa")) +
+                          FileRecord("%Home%/b.dll", ict_test::Check("Exists")));
 
     EXPECT_TRUE(RunVerify(Settings({first, second})));
 
@@ -157,7 +151,7 @@ TEST_F(VerifyTest, SeveralChecksOnOneFileAreAnyOf) {
     ict_test::WriteText(dir_ / "a.dll", "aaa");
     const auto manifest = WriteManifest(
         "m.xml", "<File path=\"%ProductRoot%/a.dll\"><Check type=\"Value\" value=\"" +
-                     Base64Of("old") + "\"/><Check type=\"Value\" value=\"" + Base64Of("aaa") +
+                     Base64("old") + "\"/><Check type=\"Value\" value=\"" + Base64("aaa") +
                      "\"/></File>\n"
                      "<File path=\"%ProductRoot%/none.dll\"></File>\n");
     EXPECT_FALSE(RunVerify(Settings({manifest})));

@@ -6,8 +6,9 @@
 #include "check/all_checks_failed_exception.h"
 #include "check/anyof.h"
 #include "check/verification_mismatch.h"
+#include "support/thrown.h"
+#include "support/trace_capture.h"
 #include "tool/check/fakes.h"
-#include "tool/engine_helpers/trace_capture.h"
 
 namespace integrity_check_tool::check {
 namespace {
@@ -45,60 +46,37 @@ TEST(AnyOfTest, StopsAtFirstPassingMemberAndTracesNumberedSteps) {
     EXPECT_EQ(anyOf.GetName(), "AnyOf");
 }
 
-TEST(AnyOfTest, AllFailingMembersAreListedInOrder) {
+TEST(AnyOfTest, AllFailingMembersAreListedInOrderAndOneIsRethrownAsItIs) {
     ict_test::TraceCapture trace;
-    const AnyOf anyOf(trace.Tracer(),
-                      std::vector<IRegistryCheckerPtr>{FailingWith("one"), FailingWith("two")});
-    try {
+    const auto registryValue = [](const AnyOf& anyOf) {
         anyOf.CheckRegistryValue("HKLM\\K", "V", RegistryType::Sz);
-        FAIL() << "no exception";
-    } catch (const AllChecksFailedException& error) {
-        EXPECT_EQ(std::string(error.what()),
-                  "All checks failed:\n"
-                  "\tChecker [1]: Verification mismatch with 'Sha256' checker. Reason: one\n"
-                  "\tChecker [2]: Verification mismatch with 'Sha256' checker. Reason: two");
-    }
-}
+    };
+    EXPECT_EQ(ict_test::ThrownText<AllChecksFailedException>([&] {
+                  registryValue(AnyOf(trace.Tracer(), std::vector<IRegistryCheckerPtr>{
+                                                          FailingWith("one"), FailingWith("two")}));
+              }),
+              "All checks failed:\n"
+              "\tChecker [1]: Verification mismatch with 'Sha256' checker. Reason: one\n"
+              "\tChecker [2]: Verification mismatch with 'Sha256' checker. Reason: two");
 
-TEST(AnyOfTest, SingleFailingMemberRethrowsItsOwnException) {
-    ict_test::TraceCapture trace;
     struct OwnError : std::runtime_error {
         using std::runtime_error::runtime_error;
     };
     const auto member = std::make_shared<ScriptedChecker>([] { throw OwnError("own failure"); });
-    const AnyOf anyOf(trace.Tracer(), std::vector<IRegistryCheckerPtr>{member});
-    try {
-        anyOf.CheckRegistryValue("HKLM\\K", "V", RegistryType::Sz);
-        FAIL() << "no exception";
-    } catch (const OwnError& error) {
-        EXPECT_STREQ(error.what(), "own failure");
-    }
+    EXPECT_EQ(ict_test::ThrownText<OwnError>([&] {
+                  registryValue(AnyOf(trace.Tracer(), std::vector<IRegistryCheckerPtr>{member}));
+              }),
+              "own failure");
     EXPECT_EQ(member->lastArguments, "HKLM\\K|V");
-}
 
-TEST(AnyOfTest, NoMembersIsAnError) {
-    ict_test::TraceCapture trace;
-    EXPECT_THROW(
-        {
-            try {
-                AnyOf(trace.Tracer(), std::vector<IFileCheckerPtr>{}).CheckFileValue("/p/f");
-            } catch (const Exception& error) {
-                EXPECT_STREQ(error.what(), "There are no checks for file /p/f");
-                throw;
-            }
-        },
-        Exception);
-    EXPECT_THROW(
-        {
-            try {
-                AnyOf(trace.Tracer(), std::vector<IRegistryCheckerPtr>{})
-                    .CheckRegistryValue("HKLM\\K", "V", RegistryType::Sz);
-            } catch (const Exception& error) {
-                EXPECT_STREQ(error.what(), "There are no checks for registry key V in HKLM\\K");
-                throw;
-            }
-        },
-        Exception);
+    EXPECT_EQ(ict_test::ThrownText<Exception>([&] {
+                  AnyOf(trace.Tracer(), std::vector<IFileCheckerPtr>{}).CheckFileValue("/p/f");
+              }),
+              "There are no checks for file /p/f");
+    EXPECT_EQ(ict_test::ThrownText<Exception>([&] {
+                  registryValue(AnyOf(trace.Tracer(), std::vector<IRegistryCheckerPtr>{}));
+              }),
+              "There are no checks for registry key V in HKLM\\K");
 }
 
 }  // namespace

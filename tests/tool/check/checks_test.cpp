@@ -11,8 +11,9 @@
 #include "openssl/sha256.h"
 #include "support/file_helpers.h"
 #include "support/temp_dir.h"
+#include "support/thrown.h"
+#include "support/trace_capture.h"
 #include "tool/check/fakes.h"
-#include "tool/engine_helpers/trace_capture.h"
 
 namespace integrity_check_tool::check {
 namespace {
@@ -25,15 +26,9 @@ const std::vector<std::uint8_t> kAbcDigest = {
     0xba, 0x78, 0x16, 0xbf, 0x8f, 0x01, 0xcf, 0xea, 0x41, 0x41, 0x40, 0xde, 0x5d, 0xae, 0x22, 0x23,
     0xb0, 0x03, 0x61, 0xa3, 0x96, 0x17, 0x7a, 0x9c, 0xb4, 0x10, 0xff, 0x61, 0xf2, 0x00, 0x15, 0xad};
 
-// The text of the VerificationMismatch that `action` throws.
 template <typename Action>
 std::string MismatchText(Action&& action) {
-    try {
-        action();
-    } catch (const VerificationMismatch& mismatch) {
-        return mismatch.what();
-    }
-    return "(no VerificationMismatch)";
+    return ict_test::ThrownText<VerificationMismatch>(action);
 }
 
 class ChecksTest : public testing::Test {

@@ -7,8 +7,9 @@
 #include "signature/without_signature_verifier.h"
 #include "support/file_helpers.h"
 #include "support/temp_dir.h"
+#include "support/thrown.h"
+#include "support/trace_capture.h"
 #include "tool/check/fakes.h"
-#include "tool/engine_helpers/trace_capture.h"
 
 namespace integrity_check_tool {
 namespace {
@@ -40,15 +41,9 @@ protected:
         return std::make_shared<FakeObjectsFactory>(trace_.Tracer(), arguments_);
     }
 
-    // The text of the Exception that `action` throws.
     template <typename Action>
     static std::string ErrorText(Action&& action) {
-        try {
-            action();
-        } catch (const Exception& error) {
-            return error.what();
-        }
-        return "(no Exception)";
+        return ict_test::ThrownText<Exception>(action);
     }
 
     ict_test::TraceCapture trace_;
@@ -117,7 +112,7 @@ TEST_F(FactoryTest, SignatureTypeChoosesVerifierWhenChecking) {
     }
 }
 
-TEST(WithoutSignatureVerifierTest, AcceptsUnreadFilesAndReadsContentOnRequest) {
+TEST_F(FactoryTest, WithoutSignatureVerifierAcceptsUnreadFilesAndReadsContentOnRequest) {
     ict_test::TempDir dir;
     const WithoutSignatureVerifier verifier;
     EXPECT_EQ(verifier.GetName(), "WithoutSignatureVerifier");
@@ -129,12 +124,8 @@ TEST(WithoutSignatureVerifierTest, AcceptsUnreadFilesAndReadsContentOnRequest) {
     verifier.Verify(dir / "f", &content);
     EXPECT_EQ(content, ict_test::BytesOf("content"));
 
-    try {
-        verifier.Verify(dir / "missing", &content);
-        FAIL() << "no exception";
-    } catch (const Exception& error) {
-        EXPECT_THAT(error.what(), HasSubstr("Can't read file " + (dir / "missing").string()));
-    }
+    EXPECT_THAT(ErrorText([&] { verifier.Verify(dir / "missing", &content); }),
+                HasSubstr("Can't read file " + (dir / "missing").string()));
 }
 
 }  // namespace

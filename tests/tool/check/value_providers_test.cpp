@@ -1,4 +1,3 @@
-#include <cstdio>
 #include <memory>
 
 #include <gmock/gmock.h>
@@ -11,10 +10,10 @@
 #include "openssl/sha256.h"
 #include "ruk/exception.h"
 #include "support/file_helpers.h"
-#include "support/host_tools.h"
+#include "support/manifest_text.h"
 #include "support/temp_dir.h"
+#include "support/thrown.h"
 #include "tool/check/fakes.h"
-#include "tool/engine_helpers/trace_capture.h"
 #include "utils/read_blocks.h"
 
 namespace integrity_check_tool {
@@ -45,54 +44,32 @@ private:
     int reads_ = 0;
 };
 
-// The first word of a command's output, e.g. the digest printed by sha256sum.
-std::string FirstWordOf(const std::string& command) {
-    std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
-    char text[256] = {};
-    if (!pipe || std::fgets(text, sizeof(text), pipe.get()) == nullptr) {
-        return "(no output from " + command + ")";
-    }
-    std::string line(text);
-    return line.substr(0, line.find_first_of(" \n"));
-}
-
 std::string Evaluate(const IValueProvider& provider, const IDataObject& object) {
     std::vector<std::uint8_t> value{0xde, 0xad};  // replaced, not appended to
     provider.Evaluate(object, value);
     return check::ToHex(value);
 }
 
-TEST(Sha256Test, DigestsOfEmptySmallAndMultiBlockFiles) {
+// Sizes about the page and the 1 MiB block that reads are sized by, the
+// largest first so that the thread's buffer is left at its largest.
+TEST(Sha256Test, DigestsEveryByteOfFilesOfEverySize) {
     ict_test::TempDir dir;
-    const openssl::Sha256 sha256;
-    ict_test::WriteText(dir / "empty", "");
-    ict_test::WriteText(dir / "abc", "abc");
-    EXPECT_EQ(Evaluate(sha256, data_object::File(dir / "empty")),
-              "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
-    EXPECT_EQ(Evaluate(sha256, data_object::File(dir / "abc")),
-              "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
-
-    // Crosses the 1 MiB block boundary; compared with an independent tool.
-    ICT_NEEDS_LINUX_TOOL("sha256sum");
-    std::vector<std::uint8_t> big(3 * 1024 * 1024 + 5);
+    std::string big(3 * 1024 * 1024 + 5, '\0');
     for (std::size_t index = 0; index < big.size(); ++index) {
-        big[index] = static_cast<std::uint8_t>(index * 7 + index / 4096);
+        big[index] = static_cast<char>(index * 7 + index / 4096);
     }
-    ict_test::WriteBytes(dir / "big", big);
-    EXPECT_EQ(Evaluate(sha256, data_object::File(dir / "big")),
-              FirstWordOf("sha256sum '" + (dir / "big").string() + "'"));
-
-    // Sizes about the page and the block that reads are sized by, after the
-    // big file above left the thread's buffer at its largest.
     for (const std::size_t size :
-         {std::size_t{4095}, std::size_t{4096}, std::size_t{4097}, std::size_t{1024 * 1024 - 1},
-          std::size_t{1024 * 1024}, std::size_t{1024 * 1024 + 1}}) {
+         {big.size(), std::size_t{0}, std::size_t{3}, std::size_t{4095}, std::size_t{4096},
+          std::size_t{4097}, std::size_t{1024 * 1024 - 1}, std::size_t{1024 * 1024},
+          std::size_t{1024 * 1024 + 1}}) {
         const auto path = dir / ("sized" + std::to_string(size));
-        ict_test::WriteBytes(path, std::vector<std::uint8_t>(big.begin(), big.begin() + size));
-        EXPECT_EQ(Evaluate(sha256, data_object::File(path)),
-                  FirstWordOf("sha256sum '" + path.string() + "'"))
+        ict_test::WriteText(path, big.substr(0, size));
+        EXPECT_EQ(Evaluate(openssl::Sha256(), data_object::File(path)),
+                  ict_test::Sha256Hex(big.substr(0, size)))
             << size;
     }
+    EXPECT_EQ(ict_test::Sha256Hex(""),
+              "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
 }
 
 // A stream whose size says less or more than it holds (a file that grows or
@@ -163,12 +140,10 @@ TEST(ValueProvidersTest, FailingReadRaisesFrameworkResult) {
         return ruk::intrusive_ptr<ruk::IIO>(new FailingIO());
     });
     std::vector<std::uint8_t> value;
-    try {
-        openssl::Sha256().Evaluate(object, value);
-        FAIL() << "no exception";
-    } catch (const ruk::ResultException& error) {
-        EXPECT_EQ(error.GetCode(), ruk::result::IoError);
-    }
+    const auto error =
+        ict_test::Caught<ruk::ResultException>([&] { openssl::Sha256().Evaluate(object, value); });
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->GetCode(), ruk::result::IoError);
     EXPECT_THROW(check::RawValueProvider().Evaluate(object, value), ruk::ResultException);
 }
 

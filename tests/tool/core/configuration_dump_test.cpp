@@ -1,5 +1,6 @@
 #include <string>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "common/configuration_dump.h"
@@ -7,74 +8,34 @@
 namespace {
 
 using namespace integrity_check_tool;
+using testing::HasSubstr;
 
-TEST(ConfigurationDumpTest, EverySectionInItsOrderWithNamesAndTexts) {
+// The dump is a debug aid: what matters is that sections come and go with
+// the configuration and that enumerations are written by name.
+TEST(ConfigurationDumpTest, PresentSectionsWithNamesAndAbsentOnesLeftOut) {
+    EXPECT_EQ(DumpConfiguration(ApplicationConfiguration()),
+              "{\n    \"displayVersion\": \"false\",\n    \"logLevel\": \"600\"\n}\n");
+
     ApplicationConfiguration configuration;
-    SingleFileCheckSettings single;
-    single.filePath = "C:/single.dll";
-    single.checkType = CheckType::Gost2012;
-    configuration.singleFileCheck = single;
+    configuration.singleFileCheck = SingleFileCheckSettings{"a.dll", CheckType::Gost2012};
     GenerateSettings generate;
-    generate.configPath = "config.xml";
-    generate.manifestPath = "out.xml";
-    generate.version = "2.5";
     generate.arch = Arch::E2K64;
     generate.osEdition = OsEdition::Server;
     configuration.generate = generate;
-    NormalizeSettings normalize;
-    normalize.manifestPath = "norm.xml";
-    configuration.normalize = normalize;
     VerifySettings verify;
-    verify.isVerbose = true;
     verify.manifestPaths = {"b.xml", "a.xml"};
-    verify.crlPath = boost::filesystem::path("crl");
     verify.signatureType = SignatureType::VdsWithFilename;
-    verify.definitions = {"not", "dumped"};
     configuration.verify = verify;
-    configuration.displayVersion = true;
     configuration.logFile = boost::filesystem::path("run.log");
-    configuration.logLevel = 800;
-
-    // The property-tree writer makes every leaf a string and escapes '/'.
-    EXPECT_EQ(DumpConfiguration(configuration),
-              "{\n"
-              "    \"normalize\": {\n"
-              "        \"manifestPath\": \"norm.xml\"\n"
-              "    },\n"
-              "    \"verify\": {\n"
-              "        \"isVerbose\": \"true\",\n"
-              "        \"manifestPaths\": [\n"
-              "            \"a.xml\",\n"
-              "            \"b.xml\"\n"
-              "        ],\n"
-              "        \"crlPath\": \"crl\",\n"
-              "        \"signatureType\": \"vds-with-filename\",\n"
-              "        \"singleFilePath\": \"\"\n"
-              "    },\n"
-              "    \"displayVersion\": \"true\",\n"
-              "    \"logFile\": \"run.log\",\n"
-              "    \"logLevel\": \"800\",\n"
-              "    \"singleFileCheck\": {\n"
-              "        \"filePath\": \"C:\\/single.dll\",\n"
-              "        \"checkType\": \"Gost2012\"\n"
-              "    },\n"
-              "    \"generate\": {\n"
-              "        \"configPath\": \"config.xml\",\n"
-              "        \"manifestPath\": \"out.xml\",\n"
-              "        \"version\": \"2.5\",\n"
-              "        \"arch\": \"E2K64\",\n"
-              "        \"osEdition\": \"Server\"\n"
-              "    }\n"
-              "}\n");
-}
-
-TEST(ConfigurationDumpTest, AbsentSectionsAndLogFileAreLeftOut) {
-    ApplicationConfiguration configuration;
-    EXPECT_EQ(DumpConfiguration(configuration),
-              "{\n"
-              "    \"displayVersion\": \"false\",\n"
-              "    \"logLevel\": \"600\"\n"
-              "}\n");
+    const std::string dump = DumpConfiguration(configuration);
+    for (const char* text :
+         {"\"checkType\": \"Gost2012\"", "\"arch\": \"E2K64\"", "\"osEdition\": \"Server\"",
+          "\"signatureType\": \"vds-with-filename\"", "\"a.xml\",\n            \"b.xml\"",
+          "\"logFile\": \"run.log\""}) {
+        EXPECT_THAT(dump, HasSubstr(text));
+    }
+    EXPECT_LT(dump.find("\"verify\""), dump.find("\"singleFileCheck\""));
+    EXPECT_EQ(dump.find("\"normalize\""), std::string::npos);
 }
 
 }  // namespace

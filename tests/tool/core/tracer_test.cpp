@@ -9,6 +9,7 @@
 #include "support/file_helpers.h"
 #include "support/os_errors.h"
 #include "support/temp_dir.h"
+#include "support/thrown.h"
 #include "tracer.h"
 
 namespace {
@@ -74,13 +75,8 @@ TEST(TracerTest, WritesToANewTraceFileAndAppendsToAnOldOne) {
 }
 
 std::string ConstructionFailure(const boost::filesystem::path& path) {
-    try {
-        Tracer tracer(ruk::GetRootServiceLocator(), 800, path);
-    } catch (const Exception& error) {
-        return error.GetMessage();
-    }
-    ADD_FAILURE() << "tracer created on " << path;
-    return std::string();
+    return ict_test::ThrownText<Exception>(
+        [&] { Tracer tracer(ruk::GetRootServiceLocator(), 800, path); });
 }
 
 TEST(TracerTest, RefusesTraceTargetsThatAreNotFiles) {

@@ -6,6 +6,7 @@
 #include "ruk/exception.h"
 #include "support/file_helpers.h"
 #include "support/temp_dir.h"
+#include "support/thrown.h"
 #include "utils/file_utils.h"
 
 namespace integrity_check_tool::data_object {
@@ -13,12 +14,7 @@ namespace {
 
 template <typename Action>
 std::string ErrorText(Action&& action) {
-    try {
-        action();
-    } catch (const Exception& error) {
-        return error.what();
-    }
-    return "(no Exception)";
+    return ict_test::ThrownText<Exception>(action);
 }
 
 std::string ReadAll(ruk::IIO& io) {

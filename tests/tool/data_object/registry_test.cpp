@@ -7,6 +7,7 @@
 #include "common/exception.h"
 #include "data_object/registry.h"
 #include "platform/registry.h"
+#include "support/thrown.h"
 
 namespace integrity_check_tool::data_object {
 namespace {
@@ -15,50 +16,39 @@ using testing::HasSubstr;
 
 template <typename Action>
 std::string ErrorText(Action&& action) {
-    try {
-        action();
-    } catch (const Exception& error) {
-        return error.what();
-    }
-    return "(no Exception)";
+    return ict_test::ThrownText<Exception>(action);
 }
 
-TEST(RegistryPrefixTest, FirstMatchingPrefixIsCutAndNamesTheRoot) {
-    struct Case {
-        std::string path;
+// Each root by its short and its long name; the first matching prefix is cut.
+TEST(RegistryPrefixTest, EachRootByBothNamesAndUnknownPrefixesNamed) {
+    const struct {
+        const char* shortName;
+        const char* longName;
         PredefinedKey root;
-        std::string rest;
+    } roots[] = {
+        {"HKLM", "HKEY_LOCAL_MACHINE", PredefinedKey::LocalMachine},
+        {"HKU", "HKEY_USERS", PredefinedKey::Users},
+        {"HKCR", "HKEY_CLASSES_ROOT", PredefinedKey::ClassesRoot},
+        {"HKCC", "HKEY_CURRENT_CONFIG", PredefinedKey::CurrentConfig},
+        {"HKCU", "HKEY_CURRENT_USER", PredefinedKey::CurrentUser},
+        {"HKDD", "HKEY_DYN_DATA", PredefinedKey::DynData},
+        {"HKPD", "HKEY_PERFORMANCE_DATA", PredefinedKey::PerformanceData},
+        {"HKPT", "HKEY_PERFORMANCE_TEXT", PredefinedKey::PerformanceText},
+        {"HKPN", "HKEY_PERFORMANCE_NLSTEXT", PredefinedKey::PerformanceNlsText},
     };
-    const Case cases[] = {
-        {"HKLM\\Software\\Demo", PredefinedKey::LocalMachine, "Software\\Demo"},
-        {"\\\\HKLM\\Software", PredefinedKey::LocalMachine, "Software"},
-        {"HKEY_LOCAL_MACHINE\\SOFTWARE", PredefinedKey::LocalMachine, "SOFTWARE"},
-        {"HKU\\S-1-5-18", PredefinedKey::Users, "S-1-5-18"},
-        {"HKEY_USERS\\.DEFAULT", PredefinedKey::Users, ".DEFAULT"},
-        {"HKCR\\.txt", PredefinedKey::ClassesRoot, ".txt"},
-        {"HKEY_CLASSES_ROOT\\CLSID", PredefinedKey::ClassesRoot, "CLSID"},
-        {"HKCC\\System", PredefinedKey::CurrentConfig, "System"},
-        {"HKEY_CURRENT_CONFIG\\System", PredefinedKey::CurrentConfig, "System"},
-        {"HKCU\\Software", PredefinedKey::CurrentUser, "Software"},
-        {"HKEY_CURRENT_USER\\Software", PredefinedKey::CurrentUser, "Software"},
-        {"HKDD\\x", PredefinedKey::DynData, "x"},
-        {"HKEY_DYN_DATA\\x", PredefinedKey::DynData, "x"},
-        {"HKPD\\x", PredefinedKey::PerformanceData, "x"},
-        {"HKEY_PERFORMANCE_DATA\\x", PredefinedKey::PerformanceData, "x"},
-        {"HKPT\\x", PredefinedKey::PerformanceText, "x"},
-        {"HKEY_PERFORMANCE_TEXT\\x", PredefinedKey::PerformanceText, "x"},
-        {"HKPN\\x", PredefinedKey::PerformanceNlsText, "x"},
-        {"HKEY_PERFORMANCE_NLSTEXT\\x", PredefinedKey::PerformanceNlsText, "x"},
-        {"HKLM\\", PredefinedKey::LocalMachine, ""},
-    };
-    for (const auto& entry : cases) {
-        std::string path = entry.path;
-        EXPECT_EQ(Registry::ExtractPredefinedKey(path), entry.root) << entry.path;
-        EXPECT_EQ(path, entry.rest) << entry.path;
+    for (const auto& root : roots) {
+        for (const std::string name : {root.shortName, root.longName}) {
+            for (const std::string& rest : {std::string("Software\\Demo"), std::string()}) {
+                std::string path = name + "\\" + rest;
+                EXPECT_EQ(Registry::ExtractPredefinedKey(path), root.root) << name;
+                EXPECT_EQ(path, rest) << name;
+            }
+        }
     }
-}
-
-TEST(RegistryPrefixTest, UnknownPrefixesNameThePathWithoutLeadingBackslashes) {
+    std::string leading = "\\\\HKLM\\Software";
+    EXPECT_EQ(Registry::ExtractPredefinedKey(leading), PredefinedKey::LocalMachine);
+    EXPECT_EQ(leading, "Software");
+    // Named without their leading backslashes.
     for (const std::string path :
          {"hklm\\Software", "HKLM", "\\\\HKLMX\\Software", "", "HKEY_LOCAL_MACHINE/Software"}) {
         std::string copy = path;
@@ -70,31 +60,35 @@ TEST(RegistryPrefixTest, UnknownPrefixesNameThePathWithoutLeadingBackslashes) {
 }
 
 TEST(RegistryTypeTest, FirstPairPerNativeCodeWins) {
-    const auto check = [](std::uint32_t native, RegistryType expected) {
-        return ErrorText([&] { Registry::CheckNativeType(native, expected, "V", "HKLM\\K"); });
+    const struct {
+        std::uint32_t native;
+        RegistryType expected;
+        const char* shown;  // the stored type named in the error; null: accepted
+    } cases[] = {
+        {4, RegistryType::Dword, nullptr},
+        {11, RegistryType::Qword, nullptr},
+        {1, RegistryType::Sz, nullptr},
+        {0, RegistryType::None, nullptr},
+        {3, RegistryType::Binary, nullptr},
+        {5, RegistryType::DwordBigEndian, nullptr},
+        {2, RegistryType::ExpandSz, nullptr},
+        {6, RegistryType::Link, nullptr},
+        {7, RegistryType::MultiSz, nullptr},
+        {4, RegistryType::DwordLittleEndian, "REG_DWORD"},
+        {11, RegistryType::QwordLittleEndian, "REG_QWORD"},
+        {1, RegistryType::ExpandSz, "REG_SZ"},
+        {8, RegistryType::Binary, "8"},
     };
-    const std::string noError = "(no Exception)";
-    EXPECT_EQ(check(4, RegistryType::Dword), noError);
-    EXPECT_EQ(check(11, RegistryType::Qword), noError);
-    EXPECT_EQ(check(1, RegistryType::Sz), noError);
-    EXPECT_EQ(check(0, RegistryType::None), noError);
-    EXPECT_EQ(check(3, RegistryType::Binary), noError);
-    EXPECT_EQ(check(5, RegistryType::DwordBigEndian), noError);
-    EXPECT_EQ(check(2, RegistryType::ExpandSz), noError);
-    EXPECT_EQ(check(6, RegistryType::Link), noError);
-    EXPECT_EQ(check(7, RegistryType::MultiSz), noError);
-
-    EXPECT_EQ(check(4, RegistryType::DwordLittleEndian),
-              "Registry value 'V' in 'HKLM\\K' has unexpected type 'REG_DWORD' != expected "
-              "'REG_DWORD_LITTLE_ENDIAN'");
-    EXPECT_EQ(check(11, RegistryType::QwordLittleEndian),
-              "Registry value 'V' in 'HKLM\\K' has unexpected type 'REG_QWORD' != expected "
-              "'REG_QWORD_LITTLE_ENDIAN'");
-    EXPECT_EQ(check(1, RegistryType::ExpandSz),
-              "Registry value 'V' in 'HKLM\\K' has unexpected type 'REG_SZ' != expected "
-              "'REG_EXPAND_SZ'");
-    EXPECT_EQ(check(8, RegistryType::Binary),
-              "Registry value 'V' in 'HKLM\\K' has unexpected type '8' != expected 'REG_BINARY'");
+    for (const auto& test : cases) {
+        const std::string error = ErrorText(
+            [&] { Registry::CheckNativeType(test.native, test.expected, "V", "HKLM\\K"); });
+        EXPECT_EQ(error, test.shown == nullptr
+                             ? "(nothing thrown)"
+                             : "Registry value 'V' in 'HKLM\\K' has unexpected type '" +
+                                   std::string(test.shown) + "' != expected '" +
+                                   ToName(test.expected) + "'")
+            << test.native;
+    }
 }
 
 // A registry of one key with values of the given native types and bytes.

@@ -3,7 +3,8 @@
 #include "dsvm/gost2012_hash.h"
 #include "ruk/exception.h"
 #include "ruk/io.h"
-#include "tool/engine_helpers/trace_capture.h"
+#include "support/thrown.h"
+#include "support/trace_capture.h"
 
 namespace integrity_check_tool::dsvm {
 namespace {
@@ -65,12 +66,10 @@ TEST(DsvmGost2012HashTest, DigestsEveryByteLikeTheOpenSslGostEngine) {
 TEST(DsvmGost2012HashTest, AFailingReadRaisesTheStreamResult) {
     ict_test::TraceCapture trace;
     std::vector<std::uint8_t> value;
-    try {
-        Gost2012Hash(trace.Tracer()).Evaluate(MemoryObject({1}, true), value);
-        ADD_FAILURE() << "no exception";
-    } catch (const ruk::ResultException& error) {
-        EXPECT_EQ(error.GetCode(), ruk::result::AccessDenied);
-    }
+    const auto error = ict_test::Caught<ruk::ResultException>(
+        [&] { Gost2012Hash(trace.Tracer()).Evaluate(MemoryObject({1}, true), value); });
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->GetCode(), ruk::result::AccessDenied);
 }
 
 }  // namespace

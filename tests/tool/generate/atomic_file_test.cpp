@@ -6,6 +6,7 @@
 
 #include "common/exception.h"
 #include "support/e2e.h"
+#include "support/thrown.h"
 #include "utils/atomic_file.h"
 
 #ifndef _WIN32
@@ -51,16 +52,13 @@ TEST(AtomicFileTest, FailingWriterLeavesTargetAndNoTemporary) {
     ict_test::TempDir dir;
     const fs::path target = dir / "m.xml";
     ict_test::WriteText(target, "original\r\nbytes");
-    try {
-        WriteFileAtomically(target, [](ruk::IIO& io) {
-            WriteString(io, "half");
-            throw std::runtime_error("disk full");
-        });
-        FAIL() << "the writer's failure was swallowed";
-    } catch (const Exception& error) {
-        EXPECT_EQ(error.GetMessage(),
-                  "Can't write file " + target.string() + ". Reason: disk full");
-    }
+    EXPECT_EQ(ict_test::ThrownText<Exception>([&] {
+                  WriteFileAtomically(target, [](ruk::IIO& io) {
+                      WriteString(io, "half");
+                      throw std::runtime_error("disk full");
+                  });
+              }),
+              "Can't write file " + target.string() + ". Reason: disk full");
     EXPECT_EQ(ict_test::ReadText(target), "original\r\nbytes");
     EXPECT_EQ(CountEntries(dir.Path()), 1u);
 }
@@ -76,13 +74,9 @@ TEST(AtomicFileTest, TargetThatCannotBeReplacedStaysAsItWas) {
     EXPECT_EQ(CountEntries(dir.Path()), 1u);
 
     // A folder that does not exist can't take the temporary file.
-    try {
-        WriteFileAtomically(dir / "none" / "m.xml", [](ruk::IIO&) {});
-        FAIL() << "wrote into a missing folder";
-    } catch (const Exception& error) {
-        EXPECT_THAT(error.GetMessage(),
-                    HasSubstr("Can't write file " + (dir / "none" / "m.xml").string()));
-    }
+    EXPECT_THAT(ict_test::ThrownText<Exception>(
+                    [&] { WriteFileAtomically(dir / "none" / "m.xml", [](ruk::IIO&) {}); }),
+                HasSubstr("Can't write file " + (dir / "none" / "m.xml").string()));
 }
 
 TEST(AtomicFileTest, LongestNameGetsAShortTemporaryBesideIt) {

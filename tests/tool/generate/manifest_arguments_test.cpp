@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tool/generate/enum_printing.h"
+#include "support/enum_printing.h"
 
 #include <sstream>
 
@@ -10,6 +10,7 @@
 #include "common/exception.h"
 #include "generate/parallel_jobs.h"
 #include "manifest_arguments.h"
+#include "support/thrown.h"
 
 namespace integrity_check_tool {
 namespace {
@@ -26,12 +27,7 @@ std::shared_ptr<ApplicationConfiguration> Build(std::vector<std::string> argumen
 }
 
 std::string ErrorOf(std::vector<std::string> arguments) {
-    try {
-        Build(std::move(arguments));
-    } catch (const Exception& error) {
-        return error.GetMessage();
-    }
-    return "no error";
+    return ict_test::ThrownText<Exception>([&] { Build(std::move(arguments)); });
 }
 
 TEST(ManifestArgumentsTest, GenerateFillsOnlyItsSectionWithAbsolutePaths) {

@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tool/generate/enum_printing.h"
+#include "support/enum_printing.h"
 
 #include "action/normalize.h"
 #include "support/file_helpers.h"

@@ -7,6 +7,7 @@
 #include "generate/progress_counter.h"
 #include "generate/tree_enumerator.h"
 #include "support/e2e.h"
+#include "support/thrown.h"
 #include "tool/generate/file_rights.h"
 
 namespace integrity_check_tool::generate {
@@ -177,19 +178,12 @@ TEST_F(TreeEnumeratorTest, UnreadableFoldersAreNamedAndTheRestIsListed) {
 TEST_F(TreeEnumeratorTest, MissingRootOrFileRootFails) {
     TreeEnumerator enumerator({}, {});
     const auto ignore = [](const std::string&, const std::string&) {};
-    try {
-        enumerator.Enumerate(dir_ / "none", ignore);
-        FAIL() << "a missing folder was enumerated";
-    } catch (const Exception& error) {
-        EXPECT_THAT(error.GetMessage(),
-                    HasSubstr("Can't enumerate " + (dir_ / "none").string() + ". Reason: "));
-    }
-    try {
-        enumerator.Enumerate(dir_ / "readme.txt", ignore);
-        FAIL() << "a file was enumerated as a folder";
-    } catch (const Exception& error) {
-        EXPECT_THAT(error.GetMessage(), HasSubstr("it is not a directory"));
-    }
+    EXPECT_THAT(
+        ict_test::ThrownText<Exception>([&] { enumerator.Enumerate(dir_ / "none", ignore); }),
+        HasSubstr("Can't enumerate " + (dir_ / "none").string() + ". Reason: "));
+    EXPECT_THAT(
+        ict_test::ThrownText<Exception>([&] { enumerator.Enumerate(dir_ / "readme.txt", ignore); }),
+        HasSubstr("it is not a directory"));
 }
 
 TEST(ProgressCounterTest, DrawsEveryNthStepOnlyWhenEnabled) {

@@ -6,19 +6,14 @@
 #include <gtest/gtest.h>
 
 #include "common/exception.h"
+#include "support/thrown.h"
 
 namespace integrity_check_tool {
 namespace {
 
-// The message of the Exception thrown by `action`, or "" when none is.
 template <typename Action>
 std::string FailureOf(Action action) {
-    try {
-        action();
-    } catch (const Exception& error) {
-        return error.GetMessage();
-    }
-    return "";
+    return ict_test::ThrownText<Exception>(action);
 }
 
 // Sets a process variable for the life of the object.

@@ -9,10 +9,11 @@
 
 #include <boost/property_tree/json_parser.hpp>
 #include <boost/property_tree/ptree.hpp>
-#include "enum_printing.h"
 
 #include "common/exception.h"
 #include "manifest/filter_evaluator.h"
+#include "support/enum_printing.h"
+#include "support/thrown.h"
 #include "system_info.h"
 
 namespace integrity_check_tool {
@@ -62,12 +63,7 @@ std::vector<CheckType> TypesOf(const std::vector<CheckInfo>& checks) {
 
 template <typename Action>
 std::string FailureOf(Action action) {
-    try {
-        action();
-    } catch (const Exception& error) {
-        return error.GetMessage();
-    }
-    return "";
+    return ict_test::ThrownText<Exception>(action);
 }
 
 TEST(CheckMismatchesTest, ComparesTheSetsOfCheckTypesOnly) {
@@ -182,15 +178,15 @@ TEST(MergeManifestTest, MergesFilesRegistriesAndEnvironments) {
 }
 
 TEST(MergeManifestTest, RegistryValueMismatchFails) {
-    Manifest registryTarget;
-    registryTarget.registries.push_back(std::make_unique<RegistryInfo>());
-    registryTarget.registries[0]->path = "HKCU\\K";
-    registryTarget.registries[0]->values.push_back(MakeValue("V", CheckType::Value, 1));
-    Manifest registrySource;
-    registrySource.registries.push_back(std::make_unique<RegistryInfo>());
-    registrySource.registries[0]->path = "HKCU\\K";
-    registrySource.registries[0]->values.push_back(MakeValue("V", CheckType::NotExists, 1));
-    EXPECT_EQ(FailureOf([&] { MergeManifest(registryTarget, std::move(registrySource)); }),
+    Manifest target;
+    Manifest source;
+    for (auto* manifest : {&target, &source}) {
+        manifest->registries.push_back(std::make_unique<RegistryInfo>());
+        manifest->registries[0]->path = "HKCU\\K";
+    }
+    target.registries[0]->values.push_back(MakeValue("V", CheckType::Value, 1));
+    source.registries[0]->values.push_back(MakeValue("V", CheckType::NotExists, 1));
+    EXPECT_EQ(FailureOf([&] { MergeManifest(target, std::move(source)); }),
               "Mismatch check types found for 'V' in 'HKCU\\K'");
 }
 

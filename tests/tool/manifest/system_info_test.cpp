@@ -3,7 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "enum_printing.h"
+#include "support/enum_printing.h"
+#include "support/thrown.h"
 
 #include "common/exception.h"
 
@@ -43,14 +44,8 @@ TEST(SystemInfoTest, ArchitectureCodesMapToArchAndBitness) {
         EXPECT_EQ(system.GetBitness(), entry.bitness) << entry.code;
     }
     for (const std::uint32_t code : {7u, 42u}) {
-        const SystemInfo system({}, Facts(code));
-        try {
-            system.GetOsArch();
-            ADD_FAILURE() << "code " << code << " was accepted";
-        } catch (const Exception& error) {
-            EXPECT_EQ(error.GetMessage(),
-                      "Unsupported system architecture " + std::to_string(code));
-        }
+        EXPECT_EQ(ict_test::ThrownText<Exception>([&] { SystemInfo({}, Facts(code)).GetOsArch(); }),
+                  "Unsupported system architecture " + std::to_string(code));
     }
 }
 

@@ -10,7 +10,8 @@
 #include "support/file_helpers.h"
 #include "support/os_errors.h"
 #include "support/temp_dir.h"
-#include "trace_capture.h"
+#include "support/thrown.h"
+#include "support/trace_capture.h"
 #include "xml_test_helpers.h"
 
 namespace integrity_check_tool::xml {
@@ -36,9 +37,9 @@ TEST(XmlLoadTest, LoadTiesTheManifestToItsEnvironmentAndTracesIt) {
     ict_test::TempDir directory;
     const auto path = directory / "manifest.xml";
     ict_test::WriteText(path, kManifest);
-    ::integrity_check_tool::testing::TraceCapture capture;
+    ict_test::TraceCapture capture;
 
-    auto manifest = File(capture.tracer).Load(path);
+    auto manifest = File(capture.Tracer()).Load(path);
 
     const auto& environment = manifest->environments[0].environment;
     ASSERT_TRUE(environment);
@@ -72,22 +73,13 @@ TEST(XmlLoadTest, LoadTiesTheManifestToItsEnvironmentAndTracesIt) {
 TEST(XmlLoadTest, FailuresNameTheFileOrTheProblem) {
     ict_test::TempDir directory;
     const auto missing = directory / "missing.xml";
-    try {
-        File(nullptr).Load(missing);
-        FAIL() << "a missing file was loaded";
-    } catch (const Exception& error) {
-        EXPECT_EQ(error.GetMessage(),
-                  "Can't open manifest file " + missing.string() +
-                      ". Reason: " + ict_test::os_error::Text(ict_test::os_error::kNoEntry));
-    }
+    EXPECT_EQ(ict_test::ThrownText<Exception>([&] { File(nullptr).Load(missing); }),
+              "Can't open manifest file " + missing.string() +
+                  ". Reason: " + ict_test::os_error::Text(ict_test::os_error::kNoEntry));
     const auto broken = directory / "broken.xml";
     ict_test::WriteText(broken, "<Manifest><Environment key=\"A\" value=\"\"/></Manifest>");
-    try {
-        File(nullptr).Load(broken);
-        FAIL() << "an empty environment value was accepted";
-    } catch (const Exception& error) {
-        EXPECT_EQ(error.GetMessage(), "Value of environment variable A is empty");
-    }
+    EXPECT_EQ(ict_test::ThrownText<Exception>([&] { File(nullptr).Load(broken); }),
+              "Value of environment variable A is empty");
 }
 
 // The failure line names neither the file nor where; the line made for it
@@ -168,9 +160,9 @@ TEST(XmlStoreTest, StoreWritesTheFileAndTracesIt) {
     const auto path = directory / "out.xml";
     ict_test::WriteText(path, std::string(50000, 'x'));
     const auto source = testing::ReadXml(kManifest);
-    ::integrity_check_tool::testing::TraceCapture capture;
+    ict_test::TraceCapture capture;
 
-    File(capture.tracer).Store(*source, path);
+    File(capture.Tracer()).Store(*source, path);
 
     EXPECT_EQ(ict_test::ReadText(path), testing::WriteXml(*source));
     ASSERT_EQ(capture.Lines().size(), 1u);
@@ -183,12 +175,8 @@ TEST(XmlStoreTest, StoreWritesTheFileAndTracesIt) {
 TEST(XmlStoreTest, FailureLeavesNothingBehind) {
     ict_test::TempDir directory;
     const auto path = directory / "no-such-folder" / "out.xml";
-    try {
-        File(nullptr).Store(Manifest{}, path);
-        FAIL() << "stored into a missing folder";
-    } catch (const Exception& error) {
-        EXPECT_THAT(error.GetMessage(), HasSubstr("Can't open manifest file " + path.string()));
-    }
+    EXPECT_THAT(ict_test::ThrownText<Exception>([&] { File(nullptr).Store(Manifest{}, path); }),
+                HasSubstr("Can't open manifest file " + path.string()));
     EXPECT_TRUE(boost::filesystem::is_empty(directory.Path()));
 
     // A directory in the way of the target: the rename fails, the temporary goes.

@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "enum_printing.h"
+#include "support/enum_printing.h"
 
 #include "manifest/manifest_operations.h"
 #include "ruk/exception.h"

@@ -11,7 +11,8 @@
 
 #include "manifest/manifest_operations.h"
 #include "manifest/path_text.h"
-#include "trace_capture.h"
+#include "support/thrown.h"
+#include "support/trace_capture.h"
 #include "xml/manifest_reader.h"
 #include "xml/text_check.h"
 #include "xml_test_helpers.h"
@@ -137,12 +138,8 @@ TEST(HostileXmlTest, BoundsAreExactAndTextSizeIsBounded) {
     const std::string sixtyFour = ManyAttributes(64);
     EXPECT_EQ(testing::ReadXml(sixtyFour)->files.size(), 1u);
     EXPECT_NO_THROW(CheckXmlTextSize(kMaxTextSize));
-    try {
-        CheckXmlTextSize(kMaxTextSize + 1);
-        ADD_FAILURE() << "a text above the bound passed";
-    } catch (const Exception& error) {
-        EXPECT_EQ(error.GetMessage(), "XML text larger than 268435456 bytes");
-    }
+    EXPECT_EQ(ict_test::ThrownText<Exception>([] { CheckXmlTextSize(kMaxTextSize + 1); }),
+              "XML text larger than 268435456 bytes");
 }
 
 // What well-formed XML says, the model says: references, sections and
@@ -247,7 +244,7 @@ TEST(HostileXmlTest, RecordFailuresCarryTheRowOfTheirElement) {
 // "bitnes") would widen where a record applies: each is named with its
 // element and row at the warning level; known ones are not.
 TEST(HostileXmlTest, UnknownAttributesAreWarnedOfWithElementAndRow) {
-    ::integrity_check_tool::testing::TraceCapture capture;
+    ict_test::TraceCapture capture;
     auto io = testing::MemoryStream(
         "<Manifest productName=\"p\" xmlns=\"urn:x\" vendor=\"v\">\n"
         "  <Environment key=\"A\" value=\"1\" os=\"Linux\" scope=\"x\"/>\n"
@@ -258,7 +255,7 @@ TEST(HostileXmlTest, UnknownAttributesAreWarnedOfWithElementAndRow) {
         "  <Registry path=\"k\" os=\"Windows\"><Value name=\"n\" type=\"REG_SZ\" kind=\"x\"/>"
         "</Registry>\n"
         "</Manifest>");
-    File(capture.tracer).Read(*io, "m.xml");
+    File(capture.Tracer()).Read(*io, "m.xml");
     const std::string expected[] = {
         "Unknown attribute vendor of Manifest at row 1 of manifest m.xml is ignored",
         "Unknown attribute scope of Environment at row 2 of manifest m.xml is ignored",
@@ -274,12 +271,12 @@ TEST(HostileXmlTest, UnknownAttributesAreWarnedOfWithElementAndRow) {
         EXPECT_THAT(lines[index], HasSubstr("WARNING"));
     }
 
-    ::integrity_check_tool::testing::TraceCapture legacy;
+    ict_test::TraceCapture legacy;
     auto older = testing::MemoryStream(
         "<IntegrityManifest generationDatetime=\"d\" generationDateTime=\"x\">\n"
         "<File minVersionNt=\"1\" maxVersionNT=\"2\"><Path>/a</Path>"
         "<Hash algorithm=\"SHA256\" alg=\"x\"/></File></IntegrityManifest>");
-    File(legacy.tracer).Read(*older, "old.xml");
+    File(legacy.Tracer()).Read(*older, "old.xml");
     const auto legacyLines = legacy.Lines();
     ASSERT_EQ(legacyLines.size(), 3u);
     EXPECT_THAT(legacyLines[0], HasSubstr("generationDateTime of IntegrityManifest at row 1"));

@@ -7,6 +7,7 @@
 
 #include "common/exception.h"
 #include "ruk/io.h"
+#include "support/thrown.h"
 #include "xml/file.h"
 
 namespace integrity_check_tool::xml::testing {
@@ -30,14 +31,9 @@ inline std::string WriteXml(const Manifest& manifest) {
     return TextOf(*io);
 }
 
-// The message of the Exception thrown by reading `text`, or "" when none is.
+// The message of the Exception thrown by reading `text`.
 inline std::string ReadFailure(const std::string& text) {
-    try {
-        ReadXml(text);
-    } catch (const Exception& error) {
-        return error.GetMessage();
-    }
-    return "";
+    return ict_test::ThrownText<Exception>([&] { ReadXml(text); });
 }
 
 }  // namespace integrity_check_tool::xml::testing

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include <boost/filesystem/path.hpp>
@@ -18,6 +19,7 @@ enum class OpenMode {
     ReadWrite,        // existing file, read and write
     CreateReadWrite,  // create or open, read and write, contents kept
     CreateAppend,     // create or open, write only, every write at the end, contents kept
+    CreateNew,        // create, read and write; result::AlreadyExists when the name is taken
 };
 
 // A random-access byte stream. Every operation reports a result code; a read
@@ -70,5 +72,13 @@ intrusive_ptr<IIO> CreateMemoryIO(std::vector<std::uint8_t> data = {});
 
 // Reads exactly `size` bytes unless the stream ends first; `read` gets the count.
 result_t ReadFully(IIO& io, void* buffer, std::size_t size, std::size_t* read);
+
+// Reads the whole stream, from its start to its end, into `bytes`. The size
+// the stream reports is only a hint: reading goes on until the stream ends.
+// A stream of more than `limit` bytes gives result::OutOfRange, having read
+// nothing when its size already tells so and never more than `limit` + 1
+// bytes otherwise. On any failure `bytes` is left as it was.
+result_t ReadWhole(IIO& io, std::size_t limit, std::vector<std::uint8_t>* bytes);
+result_t ReadWhole(IIO& io, std::size_t limit, std::string* text);
 
 }  // namespace ruk

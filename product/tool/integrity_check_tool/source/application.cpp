@@ -1,7 +1,7 @@
 #include "application.h"
 
 #include "arguments/checker.h"
-#include "common/build_info.h"
+#include "build_info.h"
 #include "common/configuration_dump.h"
 #include "common/trace_level.h"
 #include "common/version.h"

@@ -8,6 +8,7 @@
 
 #include "application.h"
 #include "arguments/checker.h"
+#include "platform/console_text.h"
 #include "platform/locale.h"
 
 namespace integrity_check_tool {
@@ -38,6 +39,7 @@ Outcome Run(const std::vector<std::string>& commandLine, std::shared_ptr<Argumen
 int RunProgramMain(int argc, char* argv[], std::shared_ptr<Arguments> arguments,
                    std::shared_ptr<const CheckerArguments> checkerArguments) {
     platform::SetUserLocale();
+    platform::ShowTextOnConsoleAsCharacters();
     try {
         switch (Run(std::vector<std::string>(argv, argv + argc), std::move(arguments),
                     std::move(checkerArguments))) {

@@ -8,6 +8,7 @@
 #include "handles.h"
 #include "library.h"
 #include "openssl_handles.h"
+#include "ruk/hex.h"
 #include "text.h"
 
 namespace vds::core {
@@ -159,8 +160,8 @@ VdsResult VdsRevocationLoadDb(const VdsRevocationDatabase* database, std::size_t
         }
         std::shared_ptr<const vds::core::LoadedDatabase> result;
         const VdsResult code = vds::core::LoadDatabase(*database, &result);
-        const std::string id =
-            vds::core::HexUpper(database->hierarchyId.data(), database->hierarchyId.size());
+        const std::string id = ruk::HexText(database->hierarchyId.data(),
+                                            database->hierarchyId.size(), ruk::HexCase::Upper);
         if (code != vdsOk) {
             if (handler != nullptr) {
                 handler->OnRdbLoadFailed(id.c_str(), index, code);

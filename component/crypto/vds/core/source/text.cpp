@@ -10,19 +10,9 @@
 #include <openssl/err.h>
 
 #include "openssl_handles.h"
+#include "ruk/hex.h"
 
 namespace vds::core {
-
-std::string HexUpper(const std::uint8_t* bytes, std::size_t size) {
-    static const char kDigits[] = "0123456789ABCDEF";
-    std::string text;
-    text.reserve(size * 2);
-    for (std::size_t index = 0; index < size; ++index) {
-        text += kDigits[bytes[index] >> 4];
-        text += kDigits[bytes[index] & 0x0F];
-    }
-    return text;
-}
 
 std::vector<std::uint8_t> SerialBytes(const ASN1_INTEGER* serial) {
     if (serial == nullptr) {
@@ -45,7 +35,7 @@ std::string SerialText(const ASN1_INTEGER* serial) {
     if (bytes.empty()) {
         return "0";
     }
-    const std::string text = HexUpper(bytes.data(), bytes.size());
+    const std::string text = ruk::HexText(bytes.data(), bytes.size(), ruk::HexCase::Upper);
     const bool negative = serial != nullptr && ASN1_STRING_type(serial) == V_ASN1_NEG_INTEGER;
     return negative ? "-" + text : text;
 }

@@ -11,7 +11,6 @@
 // Readable forms of certificate fields for the result handler and lookups.
 namespace vds::core {
 
-std::string HexUpper(const std::uint8_t* bytes, std::size_t size);
 // Serial number as upper-case hex of its bytes without leading zero bytes
 // ("0" for zero).
 std::string SerialText(const ASN1_INTEGER* serial);

@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <fstream>
-#include <iterator>
 
 #include <openssl/cms.h>
 #include <openssl/err.h>
@@ -10,6 +9,9 @@
 #include <openssl/pem.h>
 #include <boost/filesystem/operations.hpp>
 
+#include "openssl_support/error_text.h"
+#include "ruk/file_replacement.h"
+#include "ruk/io.h"
 #include "vds/authenticode_format.h"
 #include "vds/der.h"
 #include "vds/pe_format.h"
@@ -22,16 +24,10 @@ namespace {
 namespace fs = boost::filesystem;
 
 constexpr std::size_t kCopyBlock = 1024 * 1024;
+constexpr std::size_t kLargestProgram = UINT32_MAX;
 
 std::string OpenSslReason() {
-    const unsigned long code = ERR_get_error();
-    ERR_clear_error();
-    if (code == 0) {
-        return "unknown OpenSSL error";
-    }
-    char text[256];
-    ERR_error_string_n(code, text, sizeof(text));
-    return text;
+    return openssl_support::TakeErrorText("unknown OpenSSL error");
 }
 
 void LoadEngine() {
@@ -98,61 +94,56 @@ format::TrailerStatus ReadTrailer(const fs::path& file, std::uint64_t size,
     return format::ParseTrailer(trailer, size, location);
 }
 
-void CopyPrefix(const fs::path& from, const fs::path& to, std::uint64_t size) {
-    std::ifstream input(from.string(), std::ios::binary);
-    std::ofstream output(to.string(), std::ios::binary | std::ios::trunc);
-    std::vector<char> block(kCopyBlock);
-    for (std::uint64_t copied = 0; copied < size;) {
-        const auto chunk =
-            static_cast<std::size_t>(std::min<std::uint64_t>(kCopyBlock, size - copied));
-        input.read(block.data(), static_cast<std::streamsize>(chunk));
-        output.write(block.data(), static_cast<std::streamsize>(chunk));
-        if (!input || !output) {
-            throw Error("Can't copy " + from.string() + " to " + to.string());
-        }
-        copied += chunk;
-    }
-    output.close();
-    if (!output) {
-        throw Error("Can't write " + to.string());
-    }
-}
-
-void Append(const fs::path& file, const std::uint8_t* bytes, std::size_t size) {
-    std::ofstream output(file.string(), std::ios::binary | std::ios::app);
-    output.write(reinterpret_cast<const char*>(bytes), static_cast<std::streamsize>(size));
-    output.close();
-    if (!output) {
-        throw Error("Can't write " + file.string());
-    }
-}
-
-// Removes the temporary file unless it was moved into place.
-class TemporaryFile {
+// The file's new content, which takes its place whole or not at all, with
+// the file's permissions.
+class Replacement {
 public:
-    explicit TemporaryFile(const fs::path& beside)
-        : path_(beside.parent_path() /
-                fs::unique_path("." + beside.filename().string() + ".%%%%%%%%.tmp")) {}
-    ~TemporaryFile() {
-        if (!committed_) {
-            boost::system::error_code ignored;
-            fs::remove(path_, ignored);
+    explicit Replacement(const fs::path& target) : target_(target) {
+        const ruk::result_t created = file_.Create(target);
+        if (ruk::Failed(created)) {
+            throw Error("Can't write " + target.string() + ": " + ruk::GetResultText(created));
         }
     }
-    const fs::path& Path() const { return path_; }
-    void MoveTo(const fs::path& target) {
-        boost::system::error_code error;
-        fs::permissions(path_, fs::status(target, error).permissions(), error);
-        fs::rename(path_, target, error);
-        if (error) {
-            throw Error("Can't replace " + target.string() + ": " + error.message());
+
+    void CopyPrefix(std::uint64_t size) {
+        std::ifstream input(target_.string(), std::ios::binary);
+        std::vector<char> block(kCopyBlock);
+        for (std::uint64_t copied = 0; copied < size;) {
+            const auto chunk =
+                static_cast<std::size_t>(std::min<std::uint64_t>(kCopyBlock, size - copied));
+            input.read(block.data(), static_cast<std::streamsize>(chunk));
+            std::size_t written = 0;
+            if (!input || ruk::Failed(file_.Stream().Write(block.data(), chunk, &written))) {
+                throw Error("Can't copy " + target_.string() + " to " + Path().string());
+            }
+            copied += chunk;
         }
-        committed_ = true;
+    }
+
+    void Append(const std::uint8_t* bytes, std::size_t size) {
+        std::size_t written = 0;
+        if (ruk::Failed(file_.Stream().Write(bytes, size, &written))) {
+            throw Error("Can't write " + Path().string());
+        }
+    }
+
+    const fs::path& Path() const { return file_.TemporaryPath(); }
+
+    void Commit() {
+        if (ruk::Failed(file_.Close())) {
+            throw Error("Can't write " + Path().string());
+        }
+        boost::system::error_code error;
+        fs::permissions(Path(), fs::status(target_, error).permissions(), error);
+        const ruk::result_t renamed = file_.Commit();
+        if (ruk::Failed(renamed)) {
+            throw Error("Can't replace " + target_.string() + ": " + ruk::GetResultText(renamed));
+        }
     }
 
 private:
-    fs::path path_;
-    bool committed_ = false;
+    fs::path target_;
+    ruk::FileReplacement file_;
 };
 
 }  // namespace
@@ -247,11 +238,12 @@ void Store32(std::vector<std::uint8_t>& bytes, std::uint64_t offset, std::uint32
     }
 }
 
-std::vector<std::uint8_t> ReadWhole(const fs::path& file) {
-    std::ifstream stream(file.string(), std::ios::binary);
-    std::vector<std::uint8_t> bytes((std::istreambuf_iterator<char>(stream)),
-                                    std::istreambuf_iterator<char>());
-    if (stream.bad()) {
+// A program is signed only up to 4 GiB, which bounds what is read.
+std::vector<std::uint8_t> ReadProgram(const fs::path& file) {
+    ruk::intrusive_ptr<ruk::IIO> io;
+    std::vector<std::uint8_t> bytes;
+    if (ruk::Failed(ruk::OpenFileIO(file, ruk::OpenMode::Read, &io)) ||
+        ruk::Failed(ruk::ReadWhole(*io, kLargestProgram, &bytes))) {
         throw Error("Can't read " + file.string());
     }
     return bytes;
@@ -368,10 +360,10 @@ void SignFile(const fs::path& file, const SignerMaterial& material, const SignOp
                         " has damaged headers or a damaged certificate table");
         }
         const std::vector<std::uint8_t> bytes =
-            SignProgram(file, ReadWhole(file), std::move(layout), material, options);
-        TemporaryFile temporary(file);
-        Append(temporary.Path(), bytes.data(), bytes.size());
-        temporary.MoveTo(file);
+            SignProgram(file, ReadProgram(file), std::move(layout), material, options);
+        Replacement replacement(file);
+        replacement.Append(bytes.data(), bytes.size());
+        replacement.Commit();
         return;
     }
     format::SignatureLocation location;
@@ -386,20 +378,21 @@ void SignFile(const fs::path& file, const SignerMaterial& material, const SignOp
         }
         contentSize = location.contentSize;
     }
-    TemporaryFile temporary(file);
-    CopyPrefix(file, temporary.Path(), contentSize);
+    Replacement replacement(file);
+    replacement.CopyPrefix(contentSize);
     std::vector<std::uint8_t> signature;
     {
-        auto content = OpenBio(temporary.Path());
+        // Signed from the copy: the signature covers exactly the bytes it will follow.
+        auto content = OpenBio(replacement.Path());
         signature = SignContent(content.get(), material, options);
     }
     if (signature.size() > format::kMaxSignatureSize) {
         throw Error("The signature of " + file.string() + " is too large");
     }
     const auto trailer = format::MakeTrailer(static_cast<std::uint32_t>(signature.size()));
-    Append(temporary.Path(), signature.data(), signature.size());
-    Append(temporary.Path(), trailer.data(), trailer.size());
-    temporary.MoveTo(file);
+    replacement.Append(signature.data(), signature.size());
+    replacement.Append(trailer.data(), trailer.size());
+    replacement.Commit();
 }
 
 }  // namespace vds::signing

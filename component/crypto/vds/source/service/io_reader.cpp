@@ -43,12 +43,16 @@ ruk::result_t IoReader::ReadAll(std::vector<std::uint8_t>* bytes) {
     if (size_ > std::numeric_limits<std::size_t>::max()) {
         return ruk::result::OutOfMemory;
     }
-    bytes->assign(static_cast<std::size_t>(size_), 0);
-    std::size_t read = 0;
-    if (!Read(this, 0, bytes->data(), bytes->size(), &read)) {
-        return lastError_;
+    // The stream holds what its size says, no more and no less.
+    code = ruk::ReadWhole(io_, static_cast<std::size_t>(size_), bytes);
+    if (ruk::Failed(code)) {
+        lastError_ = code;
+        if (content_ == ReaderContent::RevocationContainer) {
+            Log("IoReader::Read", "Failed to load revocation database.");
+        }
+        return code;
     }
-    if (read != bytes->size()) {
+    if (bytes->size() != size_) {
         if (content_ == ReaderContent::RevocationContainer) {
             Log("IoReader::ReadAll", "Failed to load revocation database.");
         }

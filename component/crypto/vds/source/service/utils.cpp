@@ -4,6 +4,8 @@
 #include <sstream>
 #include <vector>
 
+#include "ruk/hex.h"
+
 namespace crypto::vds::service {
 namespace {
 
@@ -256,14 +258,7 @@ ruk::result_t ToFrameworkResult(VdsResult result) {
 }
 
 std::string HexText(const std::uint8_t* bytes, std::size_t size) {
-    static const char kDigits[] = "0123456789ABCDEF";
-    std::string text;
-    text.reserve(size * 2);
-    for (std::size_t index = 0; index < size; ++index) {
-        text += kDigits[bytes[index] >> 4];
-        text += kDigits[bytes[index] & 0x0F];
-    }
-    return text;
+    return ruk::HexText(bytes, size, ruk::HexCase::Upper);
 }
 
 std::string PurposeText(ByteRange oid) {

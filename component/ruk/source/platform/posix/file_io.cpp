@@ -163,6 +163,10 @@ result_t OpenFile(const boost::filesystem::path& path, OpenMode mode, intrusive_
         case OpenMode::CreateAppend:
             flags |= O_WRONLY | O_CREAT | O_APPEND;
             break;
+        case OpenMode::CreateNew:
+            // O_EXCL refuses a link planted under the name as well.
+            flags |= O_RDWR | O_CREAT | O_EXCL;
+            break;
     }
     if (mode == OpenMode::Read) {
         // A FIFO must not make open() wait for a writer. Regular files ignore
@@ -176,11 +180,13 @@ result_t OpenFile(const boost::filesystem::path& path, OpenMode mode, intrusive_
         return result::OutOfMemory;
     }
     int fd = -1;
+    // A new file gets the rights any new file of this process gets.
+    const mode_t rights = mode == OpenMode::CreateNew ? 0666 : 0644;
     do {
-        fd = ::open(path.c_str(), flags, 0644);
+        fd = ::open(path.c_str(), flags, rights);
     } while (fd < 0 && errno == EINTR);
     if (fd < 0) {
-        return LastError();
+        return mode == OpenMode::CreateNew && errno == EEXIST ? result::AlreadyExists : LastError();
     }
     // One status query, on the handle itself: whatever the path names by now
     // is what gets read.

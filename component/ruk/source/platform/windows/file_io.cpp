@@ -170,6 +170,9 @@ result_t OpenFile(const boost::filesystem::path& path, OpenMode mode, intrusive_
     } else if (mode == OpenMode::CreateReadWrite) {
         access |= GENERIC_WRITE;
         disposition = OPEN_ALWAYS;
+    } else if (mode == OpenMode::CreateNew) {
+        access |= GENERIC_WRITE;
+        disposition = CREATE_NEW;
     } else if (mode == OpenMode::CreateAppend) {
         // Without FILE_WRITE_DATA every write goes to the end of the file.
         access = FILE_APPEND_DATA | SYNCHRONIZE;
@@ -186,6 +189,10 @@ result_t OpenFile(const boost::filesystem::path& path, OpenMode mode, intrusive_
                       disposition, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
     if (handle == INVALID_HANDLE_VALUE) {
         const DWORD error = ::GetLastError();
+        if (mode == OpenMode::CreateNew &&
+            (error == ERROR_FILE_EXISTS || error == ERROR_ALREADY_EXISTS)) {
+            return result::AlreadyExists;
+        }
         // A folder does not open without backup semantics; say what it is.
         if (error == ERROR_ACCESS_DENIED) {
             const DWORD attributes = ::GetFileAttributesW(path.c_str());

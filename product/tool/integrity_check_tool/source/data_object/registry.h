@@ -7,7 +7,7 @@
 
 #include "common/enumerations.h"
 #include "data_object/i_data_object.h"
-#include "data_object/predefined_key.h"
+#include "platform/predefined_key.h"
 
 namespace integrity_check_tool::data_object {
 

@@ -259,16 +259,11 @@ private:
 ruk::result_t ReadText(const boost::filesystem::path& path, std::string& text) {
     ruk::intrusive_ptr<ruk::IIO> io;
     ruk::result_t result = ruk::OpenFileIO(path, ruk::OpenMode::Read, &io);
-    std::uint64_t size = 0;
     if (ruk::Succeeded(result)) {
-        result = io->GetSize(&size);
-    }
-    if (ruk::Succeeded(result)) {
-        xml::CheckXmlTextSize(size);
-        text.resize(static_cast<std::size_t>(size));
-        std::size_t read = 0;
-        result = ruk::ReadFully(*io, text.data(), text.size(), &read);
-        text.resize(read);
+        result = ruk::ReadWhole(*io, static_cast<std::size_t>(xml::kMaxTextSize), &text);
+        if (result == ruk::result::OutOfRange) {
+            xml::CheckXmlTextSize(xml::kMaxTextSize + 1);  // fails as a text found too large
+        }
     }
     return result;
 }

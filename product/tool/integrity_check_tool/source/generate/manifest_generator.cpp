@@ -14,6 +14,7 @@
 #include "generate/parallel_jobs.h"
 #include "generate/tree_enumerator.h"
 #include "manifest/path_text.h"
+#include "platform/file_names.h"
 #include "platform/registry_support.h"
 
 namespace integrity_check_tool::generate {
@@ -484,7 +485,7 @@ void ManifestGenerator::TraceAdded(const std::vector<CheckInfo>& checks,
 bool ManifestGenerator::RegisterLocalFile(const fs::path& normalPath,
                                           const std::vector<CheckType>& types) {
     const std::set<CheckType> checks(types.begin(), types.end());
-    const auto [found, added] = localFiles_.emplace(normalPath.native(), checks);
+    const auto [found, added] = localFiles_.emplace(platform::FileNameKey(normalPath), checks);
     if (!added && found->second != checks) {
         ICT_THROW(Exception(MessageFormat(ListedTwice(), normalPath.string())));
     }

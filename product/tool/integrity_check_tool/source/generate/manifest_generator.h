@@ -85,6 +85,7 @@ private:
     ManifestPtr manifest_;
     bool failed_ = false;
     unsigned threads_ = 1;
+    // Keyed by platform::FileNameKey: one file under two spellings is one entry.
     std::unordered_map<boost::filesystem::path::string_type, std::set<CheckType>> localFiles_;
     mutable Providers providers_;
 };

@@ -5,6 +5,7 @@
 
 #include "manifest/manifest_operations.h"
 #include "manifest/path_text.h"
+#include "ruk/hex.h"
 
 namespace integrity_check_tool {
 namespace {
@@ -13,14 +14,7 @@ using boost::property_tree::ptree;
 
 // Byte values read as hexadecimal in every message of the tool.
 std::string ToHex(const Bytes& bytes) {
-    static const char digits[] = "0123456789abcdef";
-    std::string text;
-    text.reserve(bytes.size() * 2);
-    for (const auto byte : bytes) {
-        text += digits[byte >> 4];
-        text += digits[byte & 0x0F];
-    }
-    return text;
+    return ruk::HexText(bytes.data(), bytes.size(), ruk::HexCase::Lower);
 }
 
 template <typename Value>

@@ -2,11 +2,11 @@
 
 #include <string>
 
-#include <openssl/err.h>
 #include <openssl/evp.h>
 
 #include "common/exception.h"
 #include "common/message_format.h"
+#include "openssl_support/error_text.h"
 
 namespace integrity_check_tool::openssl {
 namespace {
@@ -23,14 +23,7 @@ std::string AlgorithmName(const EVP_MD* algorithm) {
 }  // namespace
 
 std::string TakeOpenSslError() {
-    const unsigned long code = ERR_get_error();
-    ERR_clear_error();
-    if (code == 0) {
-        return "unknown";
-    }
-    char text[256];
-    ERR_error_string_n(code, text, sizeof(text));
-    return text;
+    return openssl_support::TakeErrorText("unknown");
 }
 
 Digest::Digest(const EVP_MD* algorithm, ENGINE* engine)

@@ -50,10 +50,6 @@ inline bool IsRegularFile(const boost::filesystem::path& path) {
     return ruk::Succeeded(GetFileKind(path, &kind)) && kind == FileKind::Regular;
 }
 
-// Creates the file, empty, with the rights any new file of this process
-// gets, when no entry of that name exists; result::AlreadyExists when one does.
-ruk::result_t CreateNewFile(const boost::filesystem::path& path);
-
 // Gives `copy` the owner, group and access rights of `original`.
 ruk::result_t CopyOwnership(const boost::filesystem::path& original,
                             const boost::filesystem::path& copy);

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "data_object/predefined_key.h"
+#include "platform/predefined_key.h"
 
 namespace integrity_check_tool::platform {
 

@@ -1,10 +1,12 @@
 #include "utils/atomic_file.h"
 
+#include <boost/filesystem/exception.hpp>
 #include <boost/filesystem/operations.hpp>
 
 #include "common/exception.h"
 #include "common/message_format.h"
 #include "ruk/exception.h"
+#include "ruk/file_replacement.h"
 
 namespace integrity_check_tool {
 namespace {
@@ -24,9 +26,6 @@ const char* NoTemporaryName() {
 
 namespace fs = boost::filesystem;
 
-// Tries before giving up on finding a free temporary name.
-constexpr int kNameAttempts = 16;
-
 fs::path ResolveTarget(const fs::path& target) {
     boost::system::error_code error;
     if (fs::is_symlink(fs::symlink_status(target, error))) {
@@ -38,23 +37,6 @@ fs::path ResolveTarget(const fs::path& target) {
     return target;
 }
 
-// A short name in the target's own folder, so that the rename never crosses
-// volumes and a target whose name is as long as a name may be still gets one.
-fs::path CreateTemporary(const fs::path& target) {
-    const fs::path folder = target.has_parent_path() ? target.parent_path() : fs::path(".");
-    for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
-        const fs::path candidate = folder / fs::unique_path(".ict-%%%%%%%%.tmp");
-        const ruk::result_t created = platform::CreateNewFile(candidate);
-        if (ruk::Succeeded(created)) {
-            return candidate;
-        }
-        if (created != ruk::result::AlreadyExists) {
-            RUK_THROW_RESULT(created);
-        }
-    }
-    ICT_THROW(Exception(NoTemporaryName()));
-}
-
 void CheckUnchanged(const fs::path& target, const platform::FileStamp& expected) {
     boost::optional<platform::FileStamp> now;
     RUK_CHECK(platform::GetFileStamp(target, &now));
@@ -63,15 +45,18 @@ void CheckUnchanged(const fs::path& target, const platform::FileStamp& expected)
     }
 }
 
-void Replace(const fs::path& temporary, const fs::path& target,
-             const std::function<void(ruk::IIO&)>& write, const platform::FileStamp* expected) {
-    {
-        ruk::intrusive_ptr<ruk::IIO> io;
-        RUK_CHECK(ruk::OpenFileIO(temporary, ruk::OpenMode::ReadWrite, &io));
-        write(*io);
-        RUK_CHECK(io->Flush());
-    }  // closed before the rename: Windows cannot rename an open file
+void Replace(const fs::path& target, const std::function<void(ruk::IIO&)>& write,
+             const platform::FileStamp* expected) {
+    ruk::FileReplacement replacement;
+    const ruk::result_t created = replacement.Create(target);
+    if (created == ruk::result::AlreadyExists) {
+        ICT_THROW(Exception(NoTemporaryName()));
+    }
+    RUK_CHECK(created);
+    write(replacement.Stream());
+    RUK_CHECK(replacement.Close());  // closed before the rename: Windows cannot rename an open file
 
+    const fs::path& temporary = replacement.TemporaryPath();
     boost::system::error_code error;
     if (fs::is_regular_file(fs::status(target, error))) {
         const ruk::result_t kept = platform::CopyOwnership(target, temporary);
@@ -82,25 +67,25 @@ void Replace(const fs::path& temporary, const fs::path& target,
     if (expected != nullptr) {
         CheckUnchanged(target, *expected);
     }
-    fs::rename(temporary, target);
+    const ruk::result_t renamed = replacement.Commit();
+    if (ruk::Failed(renamed)) {
+        // Told as the file system library tells a failed rename.
+        throw fs::filesystem_error(
+            "boost::filesystem::rename", temporary, target,
+            boost::system::error_code(static_cast<int>(ruk::GetOsError(renamed)),
+                                      boost::system::system_category()));
+    }
 }
 
 }  // namespace
 
 void WriteFileAtomically(const fs::path& target, const std::function<void(ruk::IIO&)>& write,
                          const platform::FileStamp* expected) {
-    const fs::path resolved = ResolveTarget(target);
-    fs::path temporary;
     try {
-        temporary = CreateTemporary(resolved);
-        Replace(temporary, resolved, write, expected);
+        Replace(ResolveTarget(target), write, expected);
     } catch (...) {
-        const std::string reason = CurrentExceptionText();
-        if (!temporary.empty()) {
-            boost::system::error_code ignored;
-            fs::remove(temporary, ignored);
-        }
-        ICT_THROW(Exception(MessageFormat(CantWriteFile(), target.string(), reason)));
+        ICT_THROW(
+            Exception(MessageFormat(CantWriteFile(), target.string(), CurrentExceptionText())));
     }
 }
 

@@ -1,9 +1,10 @@
 #include "utils/file_utils.h"
 
+#include <limits>
+
 #include "common/exception.h"
 #include "common/message_format.h"
 #include "ruk/io.h"
-#include "utils/read_blocks.h"
 
 namespace integrity_check_tool {
 namespace {
@@ -17,8 +18,6 @@ const char* NotRegularFile() {
 const char* NotFound() {
     return "not found";
 }
-
-constexpr std::size_t kBlockSize = 1024 * 1024;
 
 [[noreturn]] void ThrowCantRead(const boost::filesystem::path& path, const std::string& reason) {
     ICT_THROW(Exception(MessageFormat(CantReadFile(), path.string(), reason)));
@@ -41,14 +40,7 @@ Bytes ReadWholeFile(const boost::filesystem::path& path) {
         ThrowCantRead(path, ruk::GetResultText(result));
     }
     Bytes contents;
-    std::uint64_t size = 0;
-    if (ruk::Succeeded(io->GetSize(&size)) && size < kBlockSize * 1024) {
-        contents.reserve(static_cast<std::size_t>(size));
-    }
-    // Read to the end rather than trusting the size: the file may change meanwhile.
-    result = ReadBlocks(*io, kBlockSize, [&contents](const std::uint8_t* data, std::size_t count) {
-        contents.insert(contents.end(), data, data + count);
-    });
+    result = ruk::ReadWhole(*io, std::numeric_limits<std::size_t>::max(), &contents);
     if (ruk::Failed(result)) {
         ThrowCantRead(path, ruk::GetResultText(result));
     }

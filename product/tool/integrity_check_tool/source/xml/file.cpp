@@ -96,34 +96,6 @@ private:
     ruk::IIO& io_;
 };
 
-// Reads `io` from its start to its end into `text`; false (and `text` left
-// partly filled) when the stream holds more than `limit` bytes.
-bool ReadWhole(ruk::IIO& io, std::size_t limit, std::string& text) {
-    CheckStream(io.Seek(0, ruk::SeekOrigin::Begin, nullptr), CantReadStream());
-    std::uint64_t size = 0;
-    constexpr std::size_t kBlock = 64 * 1024;
-    if (ruk::Succeeded(io.GetSize(&size))) {
-        if (size > limit) {
-            return false;  // known to be too large: nothing read in vain
-        }
-        // Room for the last read too, which finds the end.
-        text.reserve(static_cast<std::size_t>(size) + kBlock);
-    }
-    for (;;) {
-        const std::size_t used = text.size();
-        if (used > limit) {
-            return false;
-        }
-        text.resize(used + kBlock);
-        std::size_t read = 0;
-        CheckStream(ruk::ReadFully(io, &text[used], kBlock, &read), CantReadStream());
-        text.resize(used + read);
-        if (read < kBlock) {
-            return text.size() <= limit;
-        }
-    }
-}
-
 // The line that says which manifest failed and where, shown before the
 // manifest's failure line.
 std::string DescribeFailure(const std::string& name, const boost::exception& error) {
@@ -172,11 +144,14 @@ ManifestPtr File::Read(ruk::IIO& io, const std::string& origin) const {
     // again record by record, so that memory follows the records.
     try {
         std::string text;
-        if (ReadWhole(io, kHeldTextSize, text)) {
+        const ruk::result_t held = ruk::ReadWhole(io, kHeldTextSize, &text);
+        if (ruk::Succeeded(held)) {
             MemoryTextSource source(text.data(), text.size());
             return ReadManifest(source, context);
         }
-        text = std::string();
+        if (held != ruk::result::OutOfRange) {
+            CheckStream(held, CantReadStream());
+        }
         StreamTextSource source(io);
         return ReadManifest(source, context);
     } catch (boost::exception& error) {

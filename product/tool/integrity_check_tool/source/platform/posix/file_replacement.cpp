@@ -125,15 +125,6 @@ ruk::result_t GetFileKind(const boost::filesystem::path& path, boost::optional<F
     return ruk::result::Success;
 }
 
-ruk::result_t CreateNewFile(const boost::filesystem::path& path) {
-    const Descriptor file(
-        OpenRetrying(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666));
-    if (file.Get() < 0) {
-        return errno == EEXIST ? ruk::result::AlreadyExists : LastError();
-    }
-    return ruk::result::Success;
-}
-
 ruk::result_t CopyOwnership(const boost::filesystem::path& original,
                             const boost::filesystem::path& copy) {
     struct stat wanted {};

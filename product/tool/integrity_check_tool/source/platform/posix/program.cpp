@@ -2,7 +2,7 @@
 
 #include <boost/dll/runtime_symbol_info.hpp>
 
-#include "common/build_info.h"
+#include "build_info.h"
 #include "ruk/exception.h"
 
 namespace integrity_check_tool::platform {

@@ -150,18 +150,6 @@ ruk::result_t GetFileKind(const boost::filesystem::path& path, boost::optional<F
     return ruk::result::Success;
 }
 
-ruk::result_t CreateNewFile(const boost::filesystem::path& path) {
-    const Handle file(::CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
-                                    FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (file.Get() == INVALID_HANDLE_VALUE) {
-        const DWORD error = ::GetLastError();
-        return error == ERROR_FILE_EXISTS || error == ERROR_ALREADY_EXISTS
-                   ? ruk::result::AlreadyExists
-                   : ruk::MakeOsResult(error);
-    }
-    return ruk::result::Success;
-}
-
 ruk::result_t CopyOwnership(const boost::filesystem::path& original,
                             const boost::filesystem::path& copy) {
     const SECURITY_INFORMATION parts =

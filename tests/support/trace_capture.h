@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <vector>
@@ -9,8 +10,7 @@
 
 namespace ict_test {
 
-// A detail-level tracer whose lines the test can read back, without the
-// channel's time, thread and level prefix.
+// A tracer (detail level unless told) whose lines the test reads back.
 class TraceCapture {
 public:
     explicit TraceCapture(unsigned level = 800)
@@ -18,14 +18,17 @@ public:
           tracer_(std::make_shared<integrity_check_tool::Tracer>(level, channel_)) {}
 
     const integrity_check_tool::TracerPtr& Tracer() const { return tracer_; }
+    const ruk::intrusive_ptr<ruk::MemoryTraceChannel>& Channel() const { return channel_; }
 
+    // Whole lines, with the channel's time, thread and level word.
+    std::vector<std::string> Lines() const { return channel_->Lines(); }
+
+    // The messages alone, without that prefix.
     std::vector<std::string> Messages() const {
-        static const char* const kLevelWords[] = {" ERROR ", " WARNING ", " INFO ", " START ",
-                                                  " DEBUG "};
         std::vector<std::string> messages;
         for (const std::string& line : channel_->Lines()) {
             std::string message = line;
-            for (const char* word : kLevelWords) {
+            for (const char* word : {" ERROR ", " WARNING ", " INFO ", " START ", " DEBUG "}) {
                 const auto position = line.find(word);
                 if (position != std::string::npos) {
                     message = line.substr(position + std::string(word).size());
@@ -35,6 +38,14 @@ public:
             messages.push_back(message);
         }
         return messages;
+    }
+
+    // Whether a message holds `text`.
+    bool Traced(const std::string& text) const {
+        const auto messages = Messages();
+        return std::any_of(messages.begin(), messages.end(), [&](const std::string& message) {
+            return message.find(text) != std::string::npos;
+        });
     }
 
 private:
