@@ -243,10 +243,14 @@ TEST_F(DsvmTest, ListsReportEachObjectAndAGivenHashIsTrusted) {
     ASSERT_EQ(DsvmPrepareRegistrySet(handle, keys), DSVM_OK);
     ASSERT_EQ(DsvmParamsCreate(&objects), DSVM_OK);
 
+    // A good object on either side of a bad one: the bad one fails the list
+    // wherever it stands.
     DsvmObjectReader first;
     DsvmObjectReader second;
+    DsvmObjectReader third;
     DsvmInitMemoryReader(&first, good.data(), good.size());
     DsvmInitMemoryReader(&second, unsignedObject.data(), unsignedObject.size());
+    DsvmInitMemoryReader(&third, good.data(), good.size());
     const Bytes digest = dsvm_test::Digest(Content());
     EXPECT_EQ(DsvmParamsSetObjectHash(objects, digest.data(), digest.size()),
               DSVM_E_OBJECT_NOT_FOUND);
@@ -255,6 +259,7 @@ TEST_F(DsvmTest, ListsReportEachObjectAndAGivenHashIsTrusted) {
     ASSERT_EQ(DsvmParamsSetObjectHash(objects, digest.data(), digest.size()), DSVM_OK);
     const std::uint16_t name[] = {u'a', u'.', u'e', u'x', u'e', 0};
     ASSERT_EQ(DsvmParamsAddObject(objects, &second, name), DSVM_OK);
+    ASSERT_EQ(DsvmParamsAddObject(objects, &third, nullptr), DSVM_OK);
 
     DsvmResult result = 0;
     EXPECT_EQ(DsvmParamsGetObjectResult(objects, 0, &result), DSVM_OK);
@@ -264,7 +269,9 @@ TEST_F(DsvmTest, ListsReportEachObjectAndAGivenHashIsTrusted) {
     EXPECT_EQ(result, DSVM_OK);
     EXPECT_EQ(DsvmParamsGetObjectResult(objects, 1, &result), DSVM_OK);
     EXPECT_EQ(result, DSVM_E_SIGNATURE_NOT_FOUND);
-    EXPECT_EQ(DsvmParamsGetObjectResult(objects, 2, &result), DSVM_E_OBJECT_NOT_FOUND);
+    EXPECT_EQ(DsvmParamsGetObjectResult(objects, 2, &result), DSVM_OK);
+    EXPECT_EQ(result, DSVM_OK);
+    EXPECT_EQ(DsvmParamsGetObjectResult(objects, 3, &result), DSVM_E_OBJECT_NOT_FOUND);
     DsvmParamsDestroy(objects);
 
     // The hash a caller attaches is what the signature is checked against.

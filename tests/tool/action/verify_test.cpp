@@ -132,11 +132,13 @@ TEST_F(VerifyTest, SingleFileIsTheOnlyObjectChecked) {
         WriteManifest("m.xml",
                       "<File path=\"%ProductRoot%/a.dll\"><Check type=\"Exists\"/></File>\n"
                       "<File path=\"%ProductRoot%/missing.dll\"><Check type=\"Exists\"/></File>\n"
+                      "<File path=\"%ProductRoot%/other.dll\" os=\"MacOS\"><Check/></File>\n"
                       "<Registry path=\"HKLM\\SOFTWARE\\Test\"><Value name=\"V\" type=\"REG_SZ\">"
                       "<Check type=\"Exists\"/></Value></Registry>\n");
     auto settings = Settings({manifest});
     settings.singleFilePath = dir_ / "a.dll";
     EXPECT_TRUE(RunVerify(settings));
+    // Records filtered out elsewhere in the manifest are not this run's objects.
     EXPECT_EQ(Counts(Files), "0/0/1");
     EXPECT_EQ(Counts(Registries), "0/0/0");
 

@@ -51,6 +51,10 @@ TEST(ManifestArgumentsTest, GenerateFillsOnlyItsSectionWithAbsolutePaths) {
         Build({"generate", "--config", "/c.xml", "--output", "/m.xml", "--arch", "ARM64",
                "--edition", "Server", "--version", "6.1", "--trace", "log.txt", "--threads", "3"});
     EXPECT_EQ(stamped->generate->threads, 3u);
+    // The largest thread count is still one.
+    EXPECT_EQ(Build({"generate", "--config", "c", "--output", "m", "--threads", "256"})
+                  ->generate->threads,
+              256u);
     EXPECT_EQ(stamped->generate->arch, Arch::ARM64);
     EXPECT_TRUE(stamped->generate->stampArch);
     EXPECT_EQ(stamped->generate->osEdition, OsEdition::Server);
