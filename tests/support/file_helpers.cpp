@@ -43,6 +43,14 @@ void WriteBytes(const fs::path& path, const std::vector<std::uint8_t>& bytes) {
     WriteData(path, reinterpret_cast<const char*>(bytes.data()), bytes.size());
 }
 
+std::vector<std::uint8_t> PatternBytes(std::size_t size) {
+    std::vector<std::uint8_t> bytes(size);
+    for (std::size_t index = 0; index < size; ++index) {
+        bytes[index] = static_cast<std::uint8_t>(index * 7 + index / 251);
+    }
+    return bytes;
+}
+
 std::string ReadText(const fs::path& path) {
     std::ifstream stream(path.string(), std::ios::binary);
     if (!stream) {

@@ -17,6 +17,10 @@ void WriteText(const boost::filesystem::path& path, const std::string& text);
 void WriteBytes(const boost::filesystem::path& path, const std::vector<std::uint8_t>& bytes);
 std::string ReadText(const boost::filesystem::path& path);
 
+// `size` bytes that do not repeat with any short period, so that a piece read
+// from the wrong place or twice shows.
+std::vector<std::uint8_t> PatternBytes(std::size_t size);
+
 // Creates a named pipe (POSIX only; throws elsewhere). Nothing ever writes to
 // it, so a program that opens it for reading would wait: tests use it to
 // prove a path is never opened.

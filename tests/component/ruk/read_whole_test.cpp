@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "ruk/io.h"
+#include "support/file_helpers.h"
 
 namespace {
 
@@ -45,14 +46,6 @@ private:
     std::size_t handedOut_ = 0;
 };
 
-Bytes Pattern(std::size_t size) {
-    Bytes bytes(size);
-    for (std::size_t index = 0; index < size; ++index) {
-        bytes[index] = static_cast<std::uint8_t>(index * 7 + index / 251);
-    }
-    return bytes;
-}
-
 TEST(RukReadWholeTest, ReadsFromTheStartToTheEndWithinTheLimit) {
     constexpr std::size_t kNoLimit = std::numeric_limits<std::size_t>::max();
     constexpr std::size_t kLarge = 200 * 1024 + 3;  // several blocks and a partial one
@@ -78,7 +71,7 @@ TEST(RukReadWholeTest, ReadsFromTheStartToTheEndWithinTheLimit) {
     };
     for (const auto& test : cases) {
         SCOPED_TRACE(test.name);
-        const Bytes content = Pattern(test.contentSize);
+        const Bytes content = ict_test::PatternBytes(test.contentSize);
         ruk::intrusive_ptr<ScriptedIO> io(
             new ScriptedIO(content, test.reportedSize, test.failAfter));
         // Wherever the stream stands, the whole of it is read.
@@ -105,7 +98,7 @@ TEST(RukReadWholeTest, ReadsFromTheStartToTheEndWithinTheLimit) {
 }
 
 TEST(RukReadWholeTest, RefusesANullTargetAndReportsAFailedSeek) {
-    ruk::intrusive_ptr<ruk::IIO> io = ruk::CreateMemoryIO(Pattern(10));
+    ruk::intrusive_ptr<ruk::IIO> io = ruk::CreateMemoryIO(ict_test::PatternBytes(10));
     EXPECT_EQ(ruk::ReadWhole(*io, 100, static_cast<Bytes*>(nullptr)), ruk::result::InvalidArgument);
 
     class Unseekable : public ruk::MemoryIO {

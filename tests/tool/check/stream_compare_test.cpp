@@ -12,6 +12,7 @@
 #include "common/exception.h"
 #include "fakes.h"
 #include "ruk/exception.h"
+#include "support/file_helpers.h"
 
 namespace integrity_check_tool::check {
 namespace {
@@ -66,16 +67,8 @@ private:
     std::size_t position_ = 0;
 };
 
-Bytes Pattern(std::size_t size) {
-    Bytes bytes(size);
-    for (std::size_t index = 0; index < size; ++index) {
-        bytes[index] = static_cast<std::uint8_t>(index * 31 + index / 977);
-    }
-    return bytes;
-}
-
 TEST(StreamHoldsTest, ComparesSizeFirstThenBlocksAndNeverReadsFarPastTheExpected) {
-    const Bytes big = Pattern(300 * 1024);
+    const Bytes big = ict_test::PatternBytes(300 * 1024);
     Bytes lastDiffers = big;
     lastDiffers.back() ^= 1;
     struct Case {
@@ -91,14 +84,17 @@ TEST(StreamHoldsTest, ComparesSizeFirstThenBlocksAndNeverReadsFarPastTheExpected
     const std::vector<Case> cases = {
         {"equal, several blocks", big, true, big.size(), false, big, true, big.size()},
         {"last byte differs", lastDiffers, true, big.size(), false, big, false, big.size()},
-        {"known other size: nothing read", big, true, 3u * 1024 * 1024 * 1024, false, Pattern(3),
-         false, 0},
+        {"known other size: nothing read", big, true, 3u * 1024 * 1024 * 1024, false,
+         ict_test::PatternBytes(3), false, 0},
         {"unknown size, endless stream", Bytes(1, 0), false, 0, true, Bytes(10, 0), false, 11},
-        {"unknown size, equal", Pattern(5), false, 0, false, Pattern(5), true, 5},
-        {"unknown size, shorter", Pattern(4), false, 0, false, Pattern(5), false, 4},
-        {"no size reported but content", Pattern(7), true, 0, false, Pattern(7), true, 7},
+        {"unknown size, equal", ict_test::PatternBytes(5), false, 0, false,
+         ict_test::PatternBytes(5), true, 5},
+        {"unknown size, shorter", ict_test::PatternBytes(4), false, 0, false,
+         ict_test::PatternBytes(5), false, 4},
+        {"no size reported but content", ict_test::PatternBytes(7), true, 0, false,
+         ict_test::PatternBytes(7), true, 7},
         {"empty against empty", Bytes(), true, 0, false, Bytes(), true, 0},
-        {"empty against a value", Bytes(), true, 0, false, Pattern(2), false, 0},
+        {"empty against a value", Bytes(), true, 0, false, ict_test::PatternBytes(2), false, 0},
     };
     for (const auto& test : cases) {
         ScriptedStream stream(test.content, test.sizeKnown, test.claimedSize, test.endless);
@@ -118,7 +114,7 @@ TEST(StreamHoldsTest, AFailingReadRaisesTheFrameworkResult) {
             return ruk::result::IoError;
         }
     } stream;
-    EXPECT_THROW(StreamHolds(stream, Pattern(1)), ruk::ResultException);
+    EXPECT_THROW(StreamHolds(stream, ict_test::PatternBytes(1)), ruk::ResultException);
 }
 
 // A data object over a ScriptedStream.
@@ -130,7 +126,7 @@ public:
     bool IsExists() const override { return true; }
     ruk::intrusive_ptr<ruk::IIO> GetData() const override {
         return ruk::intrusive_ptr<ruk::IIO>(
-            new ScriptedStream(Pattern(4096), sizeKnown_, claimedSize_, endless_));
+            new ScriptedStream(ict_test::PatternBytes(4096), sizeKnown_, claimedSize_, endless_));
     }
 
 private:
@@ -167,7 +163,7 @@ TEST(RawValueProviderTest, RefusesValuesLongerThanItCanHold) {
     }
     std::vector<std::uint8_t> value;
     RawValueProvider().Evaluate(StreamObject(true, 4096, false), value);
-    EXPECT_EQ(value, Pattern(4096));
+    EXPECT_EQ(value, ict_test::PatternBytes(4096));
 }
 
 }  // namespace
