@@ -182,6 +182,9 @@ TEST_F(VdsVerifierTest, ARevocationListThatYieldsNothingFailsBeforeAnyFile) {
         EXPECT_EQ(message, "Revocation list " + crl.string() + test.reason);
         EXPECT_EQ(code, test.code);
     }
+    // The same "Not found" has two causes, and the log tells them apart.
+    EXPECT_TRUE(trace_.Traced("the revocation container holds no revocation database"));
+    EXPECT_TRUE(trace_.Traced("Required revocation database with hierarchy="));
     // Sparse: no disk space is used, and the size is refused before any read.
     ict_test::WriteBytes(crl, {0x30});
     boost::filesystem::resize_file(crl, 4294967296ull);
