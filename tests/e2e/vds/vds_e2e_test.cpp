@@ -120,6 +120,9 @@ TEST_F(VdsEndToEnd, RevocationListFromFileOrStorageRefusesTheRevokedSigner) {
         EXPECT_THAT(run.out, HasSubstr("\tFiles: 1 / 0 / 3\n"));
         EXPECT_THAT(run.err, Not(HasSubstr("was not checked")));
     }
+    // The same lists, stored raw and compressed, are two different containers.
+    EXPECT_NE(ict_test::ReadText(dir_ / "crl-raw" / "vdscrl.rdb"),
+              ict_test::ReadText(dir_ / "crl-compressed" / "vdscrl.rdb"));
 }
 
 // Which lists are unusable, and their texts, are the verifier's tests.
