@@ -91,9 +91,6 @@ step "Wine prefix"
 if ! timed wineboot --init >/dev/null 2>&1; then
     failed+=("wine prefix")
 fi
-# Wine keeps HKEY_USERS\S-1-5-18 in memory only: a server that stays up keeps
-# what the tests seed there until their programs read it, however slow the run.
-wineserver -p >/dev/null 2>&1 || true
 
 if [[ $x64_built -eq 1 ]]; then
     step "Unit tests under wine64"
