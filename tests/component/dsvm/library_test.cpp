@@ -111,14 +111,12 @@ TEST_F(DsvmTest, HandlesArePreparedOnceFromAtLeastOneKey) {
     DsvmParams* keys = nullptr;
     ASSERT_EQ(DsvmParamsCreate(&keys), DSVM_OK);
 
-    EXPECT_EQ(DsvmIsRegistrySetPrepared(handle), DSVM_E_REGISTRIES_NOT_PREPARED);
     EXPECT_EQ(DsvmVerifyObjects(handle, keys), DSVM_E_REGISTRIES_NOT_PREPARED);
     EXPECT_EQ(DsvmPrepareRegistrySet(handle, keys), DSVM_E_REGISTRY_NOT_FOUND);
 
     const Bytes blob = dsvm_test::PublicKey("test-1");
     ASSERT_EQ(DsvmParamsAddKey(keys, blob.data(), blob.size()), DSVM_OK);
     EXPECT_EQ(DsvmPrepareRegistrySet(handle, keys), DSVM_OK);
-    EXPECT_EQ(DsvmIsRegistrySetPrepared(handle), DSVM_OK);
     EXPECT_EQ(DsvmPrepareRegistrySet(handle, keys), DSVM_E_DUPLICATE_REGISTRY);
     // A prepared handle with nothing to verify.
     EXPECT_EQ(DsvmVerifyObjects(handle, keys), DSVM_E_OBJECT_NOT_FOUND);
