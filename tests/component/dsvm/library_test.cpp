@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "dsvm_fixture.h"
+#include "ruk/hex.h"
 
 namespace {
 
@@ -69,13 +70,7 @@ TEST_F(DsvmTest, HashMatchesGostR3411_2012Vectors) {
     const Bytes m1 = dsvm_test::Digest(
         dsvm_test::ToBytes("012345678901234567890123456789012345678901234567890123456789012"));
     auto hex = [](const Bytes& bytes) {
-        std::string text;
-        for (const auto byte : bytes) {
-            static const char kDigits[] = "0123456789abcdef";
-            text += kDigits[byte >> 4];
-            text += kDigits[byte & 0xF];
-        }
-        return text;
+        return ruk::HexText(bytes.data(), bytes.size(), ruk::HexCase::Lower);
     };
     EXPECT_EQ(hex(empty), "3f539a213e97c802cc229d474c6aa32a825a360b2a933a949fd925208d9ce1bb");
     EXPECT_EQ(hex(m1), "9d151eefd8590b89daa6ba6cb74af9275dd051026bb149a452fd84e5e57b5500");

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <cstdio>
 #include <memory>
 #include <string>
 #include <vector>
@@ -12,6 +11,7 @@
 #include "common_objects/verification_result_handler_impl.h"
 #include "crypto/vds/service/log_sink.h"
 #include "crypto/vds/service/service.h"
+#include "ruk/hex.h"
 #include "service/utils.h"
 #include "support/file_helpers.h"
 #include "support/host_tools.h"
@@ -59,12 +59,9 @@ std::string SerialHex(const std::string& root) {
     const unsigned char* cursor = der.data();
     X509* certificate = d2i_X509(nullptr, &cursor, static_cast<long>(der.size()));
     const ASN1_INTEGER* serial = X509_get0_serialNumber(certificate);
-    std::string hex;
-    char digits[3];
-    for (int index = 0; index < ASN1_STRING_length(serial); ++index) {
-        std::snprintf(digits, sizeof(digits), "%02X", ASN1_STRING_get0_data(serial)[index]);
-        hex += digits;
-    }
+    const std::string hex =
+        ruk::HexText(ASN1_STRING_get0_data(serial),
+                     static_cast<std::size_t>(ASN1_STRING_length(serial)), ruk::HexCase::Upper);
     X509_free(certificate);
     return hex;
 }
