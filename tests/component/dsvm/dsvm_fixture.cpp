@@ -1,21 +1,10 @@
 #include "dsvm_fixture.h"
 
-#include <fstream>
-#include <iterator>
-#include <stdexcept>
-
+#include "support/file_helpers.h"
 #include "support/run_program.h"
 
 namespace dsvm_test {
 namespace {
-
-std::string ReadFile(const boost::filesystem::path& path) {
-    std::ifstream stream(path.string(), std::ios::binary);
-    if (!stream) {
-        throw std::runtime_error("cannot read " + path.string());
-    }
-    return std::string(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
-}
 
 boost::filesystem::path TrustDir() {
     return ict_test::SourceDir() / "trust" / "development";
@@ -29,11 +18,11 @@ Bytes ToBytes(const std::string& text) {
 
 Bytes PublicKey(const std::string& name) {
     const auto folder = name == "foreign" ? TrustDir() / "private" / "dsvm" : TrustDir() / "dsvm";
-    return ToBytes(ReadFile(folder / (name + ".der")));
+    return ToBytes(ict_test::ReadText(folder / (name + ".der")));
 }
 
 std::string PrivateKeyPem(const std::string& name) {
-    return ReadFile(TrustDir() / "private" / "dsvm" / (name + ".pem"));
+    return ict_test::ReadText(TrustDir() / "private" / "dsvm" / (name + ".pem"));
 }
 
 Bytes Digest(const Bytes& data) {

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "dsvm_fixture.h"
+#include "ruk/hex.h"
 
 namespace {
 
@@ -69,13 +70,7 @@ TEST_F(DsvmTest, HashMatchesGostR3411_2012Vectors) {
     const Bytes m1 = dsvm_test::Digest(
         dsvm_test::ToBytes("012345678901234567890123456789012345678901234567890123456789012"));
     auto hex = [](const Bytes& bytes) {
-        std::string text;
-        for (const auto byte : bytes) {
-            static const char kDigits[] = "0123456789abcdef";
-            text += kDigits[byte >> 4];
-            text += kDigits[byte & 0xF];
-        }
-        return text;
+        return ruk::HexText(bytes.data(), bytes.size(), ruk::HexCase::Lower);
     };
     EXPECT_EQ(hex(empty), "3f539a213e97c802cc229d474c6aa32a825a360b2a933a949fd925208d9ce1bb");
     EXPECT_EQ(hex(m1), "9d151eefd8590b89daa6ba6cb74af9275dd051026bb149a452fd84e5e57b5500");
@@ -111,14 +106,12 @@ TEST_F(DsvmTest, HandlesArePreparedOnceFromAtLeastOneKey) {
     DsvmParams* keys = nullptr;
     ASSERT_EQ(DsvmParamsCreate(&keys), DSVM_OK);
 
-    EXPECT_EQ(DsvmIsRegistrySetPrepared(handle), DSVM_E_REGISTRIES_NOT_PREPARED);
     EXPECT_EQ(DsvmVerifyObjects(handle, keys), DSVM_E_REGISTRIES_NOT_PREPARED);
     EXPECT_EQ(DsvmPrepareRegistrySet(handle, keys), DSVM_E_REGISTRY_NOT_FOUND);
 
     const Bytes blob = dsvm_test::PublicKey("test-1");
     ASSERT_EQ(DsvmParamsAddKey(keys, blob.data(), blob.size()), DSVM_OK);
     EXPECT_EQ(DsvmPrepareRegistrySet(handle, keys), DSVM_OK);
-    EXPECT_EQ(DsvmIsRegistrySetPrepared(handle), DSVM_OK);
     EXPECT_EQ(DsvmPrepareRegistrySet(handle, keys), DSVM_E_DUPLICATE_REGISTRY);
     // A prepared handle with nothing to verify.
     EXPECT_EQ(DsvmVerifyObjects(handle, keys), DSVM_E_OBJECT_NOT_FOUND);

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "dsvm_fixture.h"
+#include "support/file_helpers.h"
 #include "support/mutator.h"
 
 namespace dsvm_test {
@@ -10,10 +11,7 @@ class DsvmMutationTest : public DsvmTest {};
 
 // Block and trailer are all checked: no changed byte may leave a signature valid.
 TEST_F(DsvmMutationTest, NoMutantOfASignedObjectVerifies) {
-    Bytes content(300);
-    for (std::size_t index = 0; index < content.size(); ++index) {
-        content[index] = static_cast<std::uint8_t>(index * 13 + 5);
-    }
+    const Bytes content = ict_test::PatternBytes(300);
     std::uint32_t seed = 1122;
     for (const char* key : {"test-1", "test-2"}) {
         SCOPED_TRACE(key);

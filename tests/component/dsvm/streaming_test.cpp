@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <fstream>
 
 #include <gtest/gtest.h>
 
@@ -52,17 +51,9 @@ struct ObservedObject {
     }
 };
 
-Bytes Pattern(std::size_t size) {
-    Bytes data(size);
-    for (std::size_t index = 0; index < size; ++index) {
-        data[index] = static_cast<std::uint8_t>((index * 131) ^ (index >> 9));
-    }
-    return data;
-}
-
 TEST_F(DsvmTest, LargeObjectsAreReadInBoundedBlocksOnly) {
     ObservedObject object;
-    object.data = dsvm_test::Sign(Pattern(3 * 1024 * 1024 + 17), "release-2");
+    object.data = dsvm_test::Sign(ict_test::PatternBytes(3 * 1024 * 1024 + 17), "release-2");
     EXPECT_EQ(dsvm_test::Verify(object.Reader(), {"release-2"}), DSVM_OK);
     EXPECT_LE(object.largestRead, 1024u * 1024u);
     EXPECT_GT(object.reads, 3u);
@@ -71,7 +62,7 @@ TEST_F(DsvmTest, LargeObjectsAreReadInBoundedBlocksOnly) {
 
 TEST_F(DsvmTest, ReadFailuresAreReportedByPhase) {
     ObservedObject object;
-    object.data = dsvm_test::Sign(Pattern(5000), "release-1");
+    object.data = dsvm_test::Sign(ict_test::PatternBytes(5000), "release-1");
     DsvmObjectReader reader = object.Reader();
 
     // The first read is the trailer.
@@ -103,7 +94,7 @@ TEST_F(DsvmTest, ReadFailuresAreReportedByPhase) {
 
 TEST_F(DsvmTest, FileStreamsServeAsObjectsAndCanBeLimited) {
     ict_test::TempDir dir;
-    const Bytes content = Pattern(2 * 1024 * 1024 + 3);
+    const Bytes content = ict_test::PatternBytes(2 * 1024 * 1024 + 3);
     const Bytes signedObject = dsvm_test::Sign(content, "test-2");
     ict_test::WriteBytes(dir / "big.bin", signedObject);
 

@@ -22,6 +22,14 @@ void* Allocate(std::size_t size) {
     return memory;
 }
 
+void* AllocateOrNull(std::size_t size) noexcept {
+    try {
+        return Allocate(size);
+    } catch (...) {
+        return nullptr;
+    }
+}
+
 }  // namespace
 
 void FailAllocation(std::size_t index) {
@@ -46,18 +54,10 @@ void* operator new[](std::size_t size) {
     return fault_test::Allocate(size);
 }
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    try {
-        return fault_test::Allocate(size);
-    } catch (...) {
-        return nullptr;
-    }
+    return fault_test::AllocateOrNull(size);
 }
 void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-    try {
-        return fault_test::Allocate(size);
-    } catch (...) {
-        return nullptr;
-    }
+    return fault_test::AllocateOrNull(size);
 }
 void operator delete(void* memory) noexcept {
     std::free(memory);

@@ -73,15 +73,4 @@ extern "C" int fdatasync(int fd) {
     return next(fd);
 }
 
-#else
-
-namespace fault_test {
-
-void ForgetDiskSyncs() {}
-bool WasSyncedToDisk(const boost::filesystem::path&) {
-    return false;
-}
-
-}  // namespace fault_test
-
 #endif

@@ -3,7 +3,7 @@
 #include <boost/filesystem/path.hpp>
 
 // Notes every file this program puts on disk (fsync, fdatasync), so that a
-// test can tell whether a file was made durable. POSIX only.
+// test can tell whether a file was made durable. Linux only.
 namespace fault_test {
 
 void ForgetDiskSyncs();

@@ -35,27 +35,4 @@ TEST(RukExceptionTest, CheckThrowsOnlyForFailuresWithCodeTextAndLocation) {
     }
 }
 
-TEST(RukExceptionTest, AssertionNamesExpressionFileAndLine) {
-    const int expectedLine = __LINE__ + 2;
-    try {
-        RUK_ASSERT(1 + 1 == 3);
-        FAIL() << "no exception";
-    } catch (const ruk::AssertionFailed& error) {
-        EXPECT_THAT(error.what(), HasSubstr("Expression failed: 1 + 1 == 3 at "));
-        EXPECT_THAT(error.what(), HasSubstr("exception_test.cpp:" + std::to_string(expectedLine)));
-        EXPECT_EQ(error.GetLine(), expectedLine);
-    }
-    try {
-        RUK_ASSERT_AT(false, "some/source/label", 89);
-        FAIL() << "no exception";
-    } catch (const ruk::AssertionFailed& error) {
-        EXPECT_STREQ(error.what(), "Expression failed: false at some/source/label:89");
-        EXPECT_EQ(error.GetFile(), "some/source/label");
-        const int* line = boost::get_error_info<boost::throw_line>(error);
-        ASSERT_NE(line, nullptr);
-        EXPECT_EQ(*line, 89);
-    }
-    EXPECT_NO_THROW(RUK_ASSERT(true));
-}
-
 }  // namespace

@@ -46,30 +46,6 @@ TEST(RukMemoryIoTest, ReadsShortAtTheEndAndSeeksFromEveryOrigin) {
     EXPECT_EQ(buffer[0], 'e');
 }
 
-TEST(RukMemoryIoTest, WritesGrowAndSetSizeTruncatesOrZeroFills) {
-    ruk::MemoryIO io;
-    std::size_t written = 0;
-    ASSERT_EQ(io.Write("abc", 3, &written), ruk::result::Success);
-    EXPECT_EQ(written, 3u);
-    // Writing past the end fills the gap with zeros.
-    ASSERT_EQ(io.Seek(5, ruk::SeekOrigin::Begin, nullptr), ruk::result::Success);
-    ASSERT_EQ(io.Write("z", 1, &written), ruk::result::Success);
-    EXPECT_EQ(io.Data(), (Bytes{'a', 'b', 'c', 0, 0, 'z'}));
-
-    std::uint64_t size = 0;
-    ASSERT_EQ(io.SetSize(2), ruk::result::Success);
-    ASSERT_EQ(io.GetSize(&size), ruk::result::Success);
-    EXPECT_EQ(size, 2u);
-    ASSERT_EQ(io.SetSize(4), ruk::result::Success);
-    EXPECT_EQ(io.Data(), (Bytes{'a', 'b', 0, 0}));
-
-    // The position survives a truncation; reading there gives nothing.
-    char buffer[2];
-    std::size_t read = 7;
-    ASSERT_EQ(io.Read(buffer, 2, &read), ruk::result::Success);
-    EXPECT_EQ(read, 0u);
-}
-
 // Hands out at most one byte per call, then optionally fails.
 class TricklingIO : public ruk::MemoryIO {
 public:

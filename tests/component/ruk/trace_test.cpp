@@ -89,23 +89,4 @@ TEST(RukTraceTest, AFailingFileWriteIsReportedOnceOnStandardError) {
                                   os_error::Text(os_error::kDiskFull) + "\n");
 }
 
-TEST(RukTraceTest, RootLocatorHandsOutOneServiceAndFreshTracers) {
-    ruk::IServiceLocator* locator = ruk::GetRootServiceLocator();
-    ASSERT_NE(locator, nullptr);
-    EXPECT_EQ(locator, ruk::GetRootServiceLocator());
-    ruk::intrusive_ptr<ruk::IService> first;
-    ruk::intrusive_ptr<ruk::IService> second;
-    ASSERT_EQ(locator->GetService(&first), ruk::result::Success);
-    ASSERT_EQ(locator->GetService(&second), ruk::result::Success);
-    ASSERT_TRUE(first);
-    EXPECT_EQ(first, second);
-    EXPECT_EQ(locator->GetService(nullptr), ruk::result::InvalidArgument);
-
-    ruk::intrusive_ptr<ruk::ITracer> a;
-    ruk::intrusive_ptr<ruk::ITracer> b;
-    ASSERT_EQ(locator->CreateTracer(&a), ruk::result::Success);
-    ASSERT_EQ(locator->CreateTracer(&b), ruk::result::Success);
-    EXPECT_NE(a, b);
-}
-
 }  // namespace

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstdint>
 #include <vector>
 
@@ -8,85 +9,69 @@
 namespace {
 
 using storage::ContainerEncoding;
+using Bytes = std::vector<std::uint8_t>;
 namespace format = storage::format;
 
-std::vector<std::uint8_t> Encode(const std::vector<std::uint8_t>& content,
-                                 ContainerEncoding encoding) {
-    std::vector<std::uint8_t> file;
-    EXPECT_EQ(format::EncodeContainer(content, encoding, &file), ruk::result::Success);
+// The compressed magic followed by the size field `size` and `streamSize`
+// stream bytes.
+Bytes CompressedHeader(std::uint64_t size, std::size_t streamSize) {
+    Bytes file(format::kCompressedMagic.begin(), format::kCompressedMagic.end());
+    for (int index = 0; index < 8; ++index) {
+        file.push_back(static_cast<std::uint8_t>(size >> (8 * index)));
+    }
+    file.resize(file.size() + streamSize, 0);
     return file;
 }
 
-TEST(ContainerFormatTest, HeaderTellsTheEncodingAndSize) {
-    const std::vector<std::uint8_t> content(1000, 0x41);
-    const auto compressed = Encode(content, ContainerEncoding::Compressed);
-    ASSERT_GT(compressed.size(), format::kHeaderSize);
-    EXPECT_TRUE(std::equal(format::kCompressedMagic.begin(), format::kCompressedMagic.end(),
-                           compressed.begin()));
-    // Size field: 1000 little endian.
-    EXPECT_EQ(compressed[8], 0xE8);
-    EXPECT_EQ(compressed[9], 0x03);
-
-    format::Header header;
-    ASSERT_EQ(
-        format::ParseHeader(compressed.data(), format::kHeaderSize, compressed.size(), &header),
-        ruk::result::Success);
-    EXPECT_EQ(header.encoding, ContainerEncoding::Compressed);
-    EXPECT_EQ(header.contentSize, 1000u);
-
-    const auto raw = Encode(content, ContainerEncoding::Raw);
-    EXPECT_EQ(raw, content);
-    ASSERT_EQ(format::ParseHeader(raw.data(), format::kHeaderSize, raw.size(), &header),
+TEST(ContainerFormatTest, HeadersTellTheEncodingAndSizeOrAreCorrupt) {
+    Bytes encoded;
+    ASSERT_EQ(format::EncodeContainer(Bytes(1000, 0x41), ContainerEncoding::Compressed, &encoded),
               ruk::result::Success);
-    EXPECT_EQ(header.encoding, ContainerEncoding::Raw);
-    EXPECT_EQ(header.contentSize, 1000u);
-}
-
-TEST(ContainerFormatTest, ShortFilesAndPartialMagicAreRaw) {
-    format::Header header;
-    EXPECT_EQ(format::ParseHeader(nullptr, 0, 0, &header), ruk::result::Success);
-    EXPECT_EQ(header.encoding, ContainerEncoding::Raw);
-    EXPECT_EQ(header.contentSize, 0u);
-
-    // The first seven magic bytes only: still raw content.
-    const std::vector<std::uint8_t> partial(format::kCompressedMagic.begin(),
-                                            format::kCompressedMagic.end() - 1);
-    EXPECT_EQ(format::ParseHeader(partial.data(), partial.size(), partial.size(), &header),
-              ruk::result::Success);
-    EXPECT_EQ(header.encoding, ContainerEncoding::Raw);
-}
-
-TEST(ContainerFormatTest, ImpossibleHeadersAreCorrupt) {
-    std::vector<std::uint8_t> file(format::kCompressedMagic.begin(),
-                                   format::kCompressedMagic.end());
-    format::Header header;
-    // Magic without the size field.
-    file.resize(12, 0);
-    EXPECT_EQ(format::ParseHeader(file.data(), file.size(), file.size(), &header),
-              ruk::result::InvalidFormat);
-
+    EXPECT_EQ(Bytes(encoded.begin(), encoded.begin() + format::kHeaderSize),
+              CompressedHeader(1000, 0));
+    const Bytes partialMagic(format::kCompressedMagic.begin(), format::kCompressedMagic.end() - 1);
     // Ten stream bytes cannot inflate to more than 1032 * 10 + 64 bytes.
-    file.resize(format::kHeaderSize + 10, 0);
     const std::uint64_t limit = 1032 * 10 + 64;
-    for (int index = 0; index < 8; ++index) {
-        file[8 + index] = static_cast<std::uint8_t>(limit >> (8 * index));
+    const struct {
+        const char* what;
+        Bytes file;
+        ruk::result_t result;
+        ContainerEncoding encoding = ContainerEncoding::Raw;
+        std::uint64_t contentSize = 0;
+    } cases[] = {
+        {"compressed", encoded, ruk::result::Success, ContainerEncoding::Compressed, 1000},
+        {"raw", Bytes(1000, 0x41), ruk::result::Success, ContainerEncoding::Raw, 1000},
+        {"empty", {}, ruk::result::Success, ContainerEncoding::Raw, 0},
+        {"seven magic bytes", partialMagic, ruk::result::Success, ContainerEncoding::Raw, 7},
+        {"magic without the size field", Bytes(encoded.begin(), encoded.begin() + 12),
+         ruk::result::InvalidFormat},
+        {"the largest size a stream gives", CompressedHeader(limit, 10), ruk::result::Success,
+         ContainerEncoding::Compressed, limit},
+        {"one byte more", CompressedHeader(limit + 1, 10), ruk::result::InvalidFormat},
+        // The largest size field must not overflow the check.
+        {"size 2^64-1", CompressedHeader(UINT64_MAX, 10), ruk::result::InvalidFormat},
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.what);
+        format::Header header;
+        const std::size_t prefix = std::min(test.file.size(), format::kHeaderSize);
+        ASSERT_EQ(format::ParseHeader(test.file.data(), prefix, test.file.size(), &header),
+                  test.result);
+        if (test.result == ruk::result::Success) {
+            EXPECT_EQ(header.encoding, test.encoding);
+            EXPECT_EQ(header.contentSize, test.contentSize);
+        }
     }
-    EXPECT_EQ(format::ParseHeader(file.data(), format::kHeaderSize, file.size(), &header),
-              ruk::result::Success);
-    file[8] = static_cast<std::uint8_t>((limit + 1) & 0xFF);
-    EXPECT_EQ(format::ParseHeader(file.data(), format::kHeaderSize, file.size(), &header),
-              ruk::result::InvalidFormat);
-    // The largest size field must not overflow the check.
-    std::fill(file.begin() + 8, file.begin() + 16, 0xFF);
-    EXPECT_EQ(format::ParseHeader(file.data(), format::kHeaderSize, file.size(), &header),
-              ruk::result::InvalidFormat);
 }
 
-TEST(ContainerFormatTest, RawContentThatLooksCompressedIsRefused) {
-    std::vector<std::uint8_t> content(format::kCompressedMagic.begin(),
-                                      format::kCompressedMagic.end());
+TEST(ContainerFormatTest, RawContentIsTheFileUnlessItLooksCompressed) {
+    Bytes file;
+    ASSERT_EQ(format::EncodeContainer({1, 2, 3}, ContainerEncoding::Raw, &file),
+              ruk::result::Success);
+    EXPECT_EQ(file, (Bytes{1, 2, 3}));
+    Bytes content(format::kCompressedMagic.begin(), format::kCompressedMagic.end());
     content.resize(40, 1);
-    std::vector<std::uint8_t> file;
+    file.clear();
     EXPECT_EQ(format::EncodeContainer(content, ContainerEncoding::Raw, &file),
               ruk::result::InvalidArgument);
     EXPECT_TRUE(file.empty());

@@ -42,71 +42,55 @@ struct MemoryObject {
 class RecordingHandler : public IVdsVerificationResultHandler {
 public:
     std::vector<std::string> events;
-    bool nextSignerInfo = false;
     bool nextSignedData = false;
-    bool forceSignedData = false;
     std::vector<std::string> chainSubjects;
     VdsFileFormat lastFileFormat = UINT32_MAX;
 
-    void OnVerifierCreated(const void*, std::size_t, const VdsCertificateInfo*) override {
-        Note("OnVerifierCreated");
+#define ICT_RECORD(event, ...)         \
+    void event(__VA_ARGS__) override { \
+        events.push_back(#event);      \
     }
-    void OnRevocationCheckerCreated(const void*, std::size_t) override {
-        Note("OnRevocationCheckerCreated");
-    }
-    void OnCertificateParsingFailed(std::size_t, const VdsBlob&) override {
-        Note("OnCertificateParsingFailed");
-    }
-    void OnRevocationDbLoad(const char*, std::int64_t) override { Note("OnRevocationDbLoad"); }
-    void OnRdbLoadFailed(const char*, std::size_t, VdsResult) override { Note("OnRdbLoadFailed"); }
+    ICT_RECORD(OnVerifierCreated, const void*, std::size_t, const VdsCertificateInfo*)
+    ICT_RECORD(OnRevocationCheckerCreated, const void*, std::size_t)
+    ICT_RECORD(OnCertificateParsingFailed, std::size_t, const VdsBlob&)
+    ICT_RECORD(OnRevocationDbLoad, const char*, std::int64_t)
+    ICT_RECORD(OnRdbLoadFailed, const char*, std::size_t, VdsResult)
+    ICT_RECORD(OnSignedDataStarted, std::size_t, std::size_t)
+    ICT_RECORD(OnSignerInfoStarted, const char*, const char*)
+    ICT_RECORD(OnContentProcessed, std::uint64_t, std::uint64_t, std::uint64_t, const VdsBlob&,
+               const VdsDigest*, std::size_t)
+    ICT_RECORD(OnAdditionalContent, const VdsBlob&, const VdsDigest*, std::size_t)
+    ICT_RECORD(OnCertificateSignCheckFailure, const char*, const char*)
+    ICT_RECORD(OnValidatedContentChain, VdsVerificationFlags)
+    ICT_RECORD(OnValidatedTimestampChain, VdsVerificationFlags)
+    ICT_RECORD(OnSignerInfoChecked, std::int64_t, VdsVerificationFlags)
+    ICT_RECORD(OnSignedDataChecked, VdsVerificationFlags)
+    ICT_RECORD(OnEmbeddedSignatureChecked, VdsVerificationFlags)
+    ICT_RECORD(OnFinalResult, VdsResult, VdsVerificationFlags)
+    ICT_RECORD(OnHashContainer, const char*, std::size_t)
+    ICT_RECORD(OnHashFound, const char*, const char*, const char*, VdsVerificationFlags,
+               VdsVerificationFlags, VdsVerificationFlags)
+#undef ICT_RECORD
+
     void OnFileFormat(VdsFileFormat format) override {
         lastFileFormat = format;
-        Note("OnFileFormat");
-    }
-    void OnSignedDataStarted(std::size_t, std::size_t) override { Note("OnSignedDataStarted"); }
-    void OnSignerInfoStarted(const char*, const char*) override { Note("OnSignerInfoStarted"); }
-    void OnContentProcessed(std::uint64_t, std::uint64_t, std::uint64_t, const VdsBlob&,
-                            const VdsDigest*, std::size_t) override {
-        Note("OnContentProcessed");
-    }
-    void OnAdditionalContent(const VdsBlob&, const VdsDigest*, std::size_t) override {
-        Note("OnAdditionalContent");
-    }
-    void OnCertificateSignCheckFailure(const char*, const char*) override {
-        Note("OnCertificateSignCheckFailure");
+        events.push_back("OnFileFormat");
     }
     void LogCertificateChain(const VdsCertificateInfo* chain, std::size_t count) override {
-        chainSubjects.assign(count, "");
+        chainSubjects.clear();
         for (std::size_t index = 0; index < count; ++index) {
-            chainSubjects[index] = chain[index].subject;
+            chainSubjects.push_back(chain[index].subject);
         }
-        Note("LogCertificateChain");
-    }
-    void OnValidatedContentChain(VdsVerificationFlags) override { Note("OnValidatedContentChain"); }
-    void OnValidatedTimestampChain(VdsVerificationFlags) override {
-        Note("OnValidatedTimestampChain");
-    }
-    void OnSignerInfoChecked(std::int64_t, VdsVerificationFlags) override {
-        Note("OnSignerInfoChecked");
+        events.push_back("LogCertificateChain");
     }
     bool IsNextSignerInfoRequired() override {
-        return Note("IsNextSignerInfoRequired", nextSignerInfo);
+        return Ask("IsNextSignerInfoRequired", false);
     }
-    void OnSignedDataChecked(VdsVerificationFlags) override { Note("OnSignedDataChecked"); }
     bool IsNextSignedDataRequired() override {
-        return Note("IsNextSignedDataRequired", nextSignedData);
-    }
-    void OnEmbeddedSignatureChecked(VdsVerificationFlags) override {
-        Note("OnEmbeddedSignatureChecked");
-    }
-    void OnFinalResult(VdsResult, VdsVerificationFlags) override { Note("OnFinalResult"); }
-    void OnHashContainer(const char*, std::size_t) override { Note("OnHashContainer"); }
-    void OnHashFound(const char*, const char*, const char*, VdsVerificationFlags,
-                     VdsVerificationFlags, VdsVerificationFlags) override {
-        Note("OnHashFound");
+        return Ask("IsNextSignedDataRequired", nextSignedData);
     }
     bool IsSignedDataVerificationRequiredForcedly() override {
-        return Note("IsSignedDataVerificationRequiredForcedly", forceSignedData);
+        return Ask("IsSignedDataVerificationRequiredForcedly", false);
     }
 
     bool Saw(const std::string& event) const {
@@ -114,8 +98,8 @@ public:
     }
 
 private:
-    bool Note(const char* event, bool answer = false) {
-        events.push_back(event);
+    bool Ask(const char* question, bool answer) {
+        events.push_back(question);
         return answer;
     }
 };
@@ -197,13 +181,7 @@ protected:
         return ict_test::vds::ReadBytes(path);
     }
 
-    static Bytes Pattern(std::size_t size) {
-        Bytes bytes(size);
-        for (std::size_t index = 0; index < size; ++index) {
-            bytes[index] = static_cast<std::uint8_t>(index * 31 + 7);
-        }
-        return bytes;
-    }
+    static Bytes Pattern(std::size_t size) { return ict_test::PatternBytes(size); }
 
     ict_test::TempDir scratch_;
     RecordingHandler handler_;

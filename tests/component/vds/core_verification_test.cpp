@@ -10,6 +10,7 @@ namespace {
 
 constexpr VdsVerificationFlags kGood =
     vdsFlagSigned | vdsFlagTrusted | vdsFlagEmbedded | vdsFlagRevocationCheckSkipped;
+constexpr VdsVerificationFlags kBad = vdsFlagSigned | vdsFlagEmbedded;
 
 using CoreVerificationTest = CoreFixture;
 
@@ -35,15 +36,102 @@ TEST_F(CoreVerificationTest, GoodSignatureIsTrustedAndReportsItsLayout) {
     EXPECT_EQ(handler_.events, expected);
 }
 
-TEST_F(CoreVerificationTest, OtherKeySizesRootsAndAnIndependentProducerVerify) {
+// The verdict on each object: exact flags where they are all known, else the
+// fault's flag with trust withheld.
+TEST_F(CoreVerificationTest, EachObjectGetsItsVerdict) {
     ASSERT_EQ(CreateVerifier(), vdsOk);
-    for (const char* signer : {"signer-512", "signer-direct", "signer-ec"}) {
-        SCOPED_TRACE(signer);
-        MemoryObject object{SignedContent(signer)};
+    const auto signedBy = [&](const char* signer, bool withRoot) {
+        ict_test::WriteBytes(scratch_ / "object.bin", Pattern(100));
+        ::vds::signing::SignFile(scratch_ / "object.bin", ict_test::vds::Signer(signer, withRoot),
+                                 {});
+        return ict_test::vds::ReadBytes(scratch_ / "object.bin");
+    };
+    const Bytes good = SignedContent("signer", 3000);
+    const std::size_t trailer = good.size() - ::vds::format::kTrailerSize;
+    const auto changed = [&](std::size_t at, std::uint8_t mask) {
+        Bytes bytes = good;
+        bytes[at] ^= mask;
+        return bytes;
+    };
+    const auto withSize = [&](std::uint32_t size) {
+        Bytes bytes = good;
+        for (int index = 0; index < 4; ++index) {
+            bytes[trailer + 8 + index] = static_cast<std::uint8_t>(size >> (8 * index));
+        }
+        return bytes;
+    };
+    const std::uint32_t cmsSize = static_cast<std::uint32_t>(trailer - 3000);
+    const Bytes bound = SignedContent("signer", 2000, true, "Setup.exe");
+    const Bytes unbound = SignedContent("signer", 2000, false, "Setup.exe");
+    const auto name = [](const char* text) {
+        return integrity_check_tool::SignedFileNameBytes(text);
+    };
+    const Bytes sameName = name("Setup.exe");
+    const Bytes otherCase = name("setup.exe");
+    const Bytes shorter = name("Setup.ex");
+    const Bytes otherName = name("Other.exe");
+    struct Case {
+        const char* what;
+        Bytes bytes;
+        VdsVerificationFlags flags;
+        bool exact;
+        const Bytes* fileName = nullptr;
+    };
+    const Case cases[] = {
+        {"512-bit key", SignedContent("signer-512"), kGood, true},
+        {"issued by the root itself", SignedContent("signer-direct"), kGood, true},
+        {"elliptic curve key", SignedContent("signer-ec"), kGood, true},
+        {"without the purpose", signedBy("signer-nopurpose", false), kBad | vdsFlagInvalidPurpose,
+         false},
+        {"expired", signedBy("signer-expired", false), kBad | vdsFlagExpired, false},
+        {"unknown chain", signedBy("unknown-signer", false), kBad | vdsFlagIncompleteChain, false},
+        {"unknown root", signedBy("unknown-signer", true), kBad | vdsFlagUntrustedRoot, false},
+        {"a content byte", changed(1234, 1), vdsFlagSignatureValueNotMatched, false},
+        // The last byte of the CMS block is the signature value itself.
+        {"the signature value", changed(trailer - 1, 0x40), vdsFlagSignatureValueNotMatched, false},
+        {"unsigned, empty", Pattern(0), vdsFlagUnsigned, true},
+        {"unsigned, shorter than a trailer", Pattern(15), vdsFlagUnsigned, true},
+        {"unsigned", Pattern(5000), vdsFlagUnsigned, true},
+        {"size zero", withSize(0), vdsFlagMalformedContent, false},
+        {"size beyond the object", withSize(static_cast<std::uint32_t>(good.size())),
+         vdsFlagMalformedContent, false},
+        {"size above the maximum", withSize(::vds::format::kMaxSignatureSize + 1),
+         vdsFlagMalformedContent, false},
+        {"size one short: CMS does not fill its block", withSize(cmsSize - 1),
+         vdsFlagMalformedContent, false},
+        {"size one long: block starts inside the content", withSize(cmsSize + 1),
+         vdsFlagMalformedContent, false},
+        {"unknown version", changed(trailer + 12, 3), vdsFlagMalformedContent, false},
+        {"content cut off: the block starts before the object",
+         Bytes(good.begin() + 3100, good.end()), vdsFlagMalformedContent, false},
+        {"bound, same name", bound, kGood, true, &sameName},
+        {"bound, no name asked", bound, kGood, true},
+        {"bound, name in other case", bound, vdsFlagSignatureValueNotMatched, false, &otherCase},
+        {"bound, name cut short", bound, vdsFlagSignatureValueNotMatched, false, &shorter},
+        {"bound, other name", bound, vdsFlagSignatureValueNotMatched, false, &otherName},
+        {"unbound cannot vouch for a name", unbound, vdsFlagSignatureValueNotMatched, false,
+         &sameName},
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.what);
+        MemoryObject object{test.bytes};
         VdsVerificationResultData result{};
-        EXPECT_EQ(Verify(object, &result), vdsOk);
-        EXPECT_EQ(result.flags, kGood);
+        handler_.events.clear();
+        EXPECT_EQ(Verify(object, &result, test.fileName),
+                  (test.flags & vdsFlagTrusted) != 0 ? vdsOk : vdsErrUntrusted);
+        if (test.exact) {
+            EXPECT_EQ(result.flags, test.flags);
+        } else {
+            EXPECT_EQ(result.flags & (test.flags | vdsFlagTrusted), test.flags);
+        }
+        if (test.flags == vdsFlagUnsigned) {
+            EXPECT_EQ(result.checkedContentSize, 0u);
+        }
+        if (test.fileName == &sameName && test.exact) {
+            EXPECT_TRUE(handler_.Saw("OnAdditionalContent"));
+        }
     }
+
     // `openssl cms -sign` made this one; only the trailer is ours.
     ICT_NEEDS_LINUX_TOOL("openssl");
     const auto path = scratch_ / "cli.bin";
@@ -54,92 +142,6 @@ TEST_F(CoreVerificationTest, OtherKeySizesRootsAndAnIndependentProducerVerify) {
     EXPECT_EQ(Verify(object, &result), vdsOk);
     EXPECT_EQ(result.flags, kGood);
     EXPECT_EQ(result.checkedContentSize, 70000u);
-}
-
-TEST_F(CoreVerificationTest, EachBadSignatureNamesItsFault) {
-    ASSERT_EQ(CreateVerifier(), vdsOk);
-    struct Case {
-        const char* signer;
-        bool withRoot;
-        VdsVerificationFlags expected;
-    };
-    const Case cases[] = {
-        {"signer-nopurpose", false, vdsFlagInvalidPurpose},
-        {"signer-expired", false, vdsFlagExpired},
-        {"unknown-signer", false, vdsFlagIncompleteChain},
-        {"unknown-signer", true, vdsFlagUntrustedRoot},
-    };
-    for (const auto& test : cases) {
-        SCOPED_TRACE(std::string(test.signer) + (test.withRoot ? " with its root" : ""));
-        const auto path = scratch_ / "bad.bin";
-        ict_test::WriteBytes(path, Pattern(100));
-        ::vds::signing::SignFile(path, ict_test::vds::Signer(test.signer, test.withRoot), {});
-        MemoryObject object{ict_test::vds::ReadBytes(path)};
-        VdsVerificationResultData result{};
-        EXPECT_EQ(Verify(object, &result), vdsErrUntrusted);
-        EXPECT_EQ(result.flags & test.expected, test.expected);
-        EXPECT_EQ(result.flags & vdsFlagTrusted, 0u);
-        EXPECT_EQ(result.flags & (vdsFlagSigned | vdsFlagEmbedded),
-                  vdsFlagSigned | vdsFlagEmbedded);
-    }
-}
-
-TEST_F(CoreVerificationTest, TamperingAnywhereIsCaught) {
-    ASSERT_EQ(CreateVerifier(), vdsOk);
-    const Bytes good = SignedContent("signer", 4000);
-    // A content byte: the digest no longer matches.
-    MemoryObject content{good};
-    content.bytes[1234] ^= 1;
-    VdsVerificationResultData result{};
-    EXPECT_EQ(Verify(content, &result), vdsErrUntrusted);
-    EXPECT_EQ(result.flags & vdsFlagSignatureValueNotMatched, vdsFlagSignatureValueNotMatched);
-
-    // The last byte of the CMS block is the signature value itself.
-    MemoryObject signature{good};
-    signature.bytes[good.size() - ::vds::format::kTrailerSize - 1] ^= 0x40;
-    EXPECT_EQ(Verify(signature, &result), vdsErrUntrusted);
-    EXPECT_EQ(result.flags & vdsFlagSignatureValueNotMatched, vdsFlagSignatureValueNotMatched);
-}
-
-TEST_F(CoreVerificationTest, UnsignedAndMalformedObjectsAreUntrusted) {
-    ASSERT_EQ(CreateVerifier(), vdsOk);
-    VdsVerificationResultData result{};
-    for (const std::size_t size : {std::size_t{0}, std::size_t{15}, std::size_t{5000}}) {
-        MemoryObject unsigned_{Pattern(size)};
-        EXPECT_EQ(Verify(unsigned_, &result), vdsErrUntrusted);
-        EXPECT_EQ(result.flags, vdsFlagUnsigned);
-        EXPECT_EQ(result.checkedContentSize, 0u);
-    }
-
-    const Bytes good = SignedContent("signer", 3000);
-    const std::size_t trailer = good.size() - ::vds::format::kTrailerSize;
-    auto withSize = [&](std::uint32_t size) {
-        Bytes bytes = good;
-        for (int index = 0; index < 4; ++index) {
-            bytes[trailer + 8 + index] = static_cast<std::uint8_t>(size >> (8 * index));
-        }
-        return bytes;
-    };
-    const std::uint32_t cmsSize = static_cast<std::uint32_t>(trailer - 3000);
-    Bytes wrongVersion = good;
-    wrongVersion[trailer + 12] = 2;
-    Bytes truncated(good.begin() + 3000 + 100, good.end());  // trailer points before the start
-    const std::vector<std::pair<const char*, Bytes>> malformed = {
-        {"size zero", withSize(0)},
-        {"size beyond the object", withSize(static_cast<std::uint32_t>(good.size()))},
-        {"size above the maximum", withSize(::vds::format::kMaxSignatureSize + 1)},
-        {"size one short: CMS does not fill its block", withSize(cmsSize - 1)},
-        {"size one long: block starts inside the content", withSize(cmsSize + 1)},
-        {"unknown version", wrongVersion},
-        {"content cut off", truncated},
-    };
-    for (const auto& [what, bytes] : malformed) {
-        SCOPED_TRACE(what);
-        MemoryObject object{bytes};
-        EXPECT_EQ(Verify(object, &result), vdsErrUntrusted);
-        EXPECT_EQ(result.flags & vdsFlagMalformedContent, vdsFlagMalformedContent);
-        EXPECT_EQ(result.flags & vdsFlagTrusted, 0u);
-    }
 }
 
 TEST_F(CoreVerificationTest, ReadFailuresAreReportedNotGuessed) {
@@ -162,63 +164,55 @@ TEST_F(CoreVerificationTest, ReadFailuresAreReportedNotGuessed) {
               vdsErrCallbackRead);
 }
 
-TEST_F(CoreVerificationTest, FileNameBindingNeedsTheSameName) {
-    ASSERT_EQ(CreateVerifier(), vdsOk);
-    const Bytes bound = SignedContent("signer", 2000, true, "Setup.exe");
-    const Bytes sameName = integrity_check_tool::SignedFileNameBytes("Setup.exe");
-    VdsVerificationResultData result{};
-    MemoryObject object{bound};
-    EXPECT_EQ(Verify(object, &result, &sameName), vdsOk);
-    EXPECT_EQ(result.flags, kGood);
-    EXPECT_TRUE(handler_.Saw("OnAdditionalContent"));
-    // Without binding the extra attribute is simply not asked for.
-    EXPECT_EQ(Verify(object, &result), vdsOk);
-
-    for (const char* other : {"setup.exe", "Setup.ex", "Other.exe"}) {
-        SCOPED_TRACE(other);
-        const Bytes name = integrity_check_tool::SignedFileNameBytes(other);
-        EXPECT_EQ(Verify(object, &result, &name), vdsErrUntrusted);
-        EXPECT_EQ(result.flags & vdsFlagSignatureValueNotMatched, vdsFlagSignatureValueNotMatched);
-    }
-    // A signature made without a name cannot vouch for one.
-    MemoryObject unbound{SignedContent("signer", 2000, false, "Setup.exe")};
-    EXPECT_EQ(Verify(unbound, &result, &sameName), vdsErrUntrusted);
-    EXPECT_EQ(result.flags & vdsFlagSignatureValueNotMatched, vdsFlagSignatureValueNotMatched);
-}
-
 TEST_F(CoreVerificationTest, RevokedLeafIsRefusedOnlyWithItsRootsDatabase) {
     ASSERT_EQ(CreateVerifier(), vdsOk);
-    const Bytes revoked = SignedContent("signer-revoked");
-    MemoryObject object{revoked};
+    MemoryObject revoked{SignedContent("signer-revoked")};
     VdsVerificationResultData result{};
     // No checker: nothing says it is revoked.
-    EXPECT_EQ(Verify(object, &result), vdsOk);
+    EXPECT_EQ(Verify(revoked, &result), vdsOk);
     EXPECT_EQ(result.flags, kGood);
 
     ASSERT_EQ(CreateVerifier(AllRoots(), CreateChecker({"3520p1", "4823d1"})), vdsOk);
-    EXPECT_EQ(Verify(object, &result), vdsErrUntrusted);
-    EXPECT_EQ(result.flags & vdsFlagRevoked, vdsFlagRevoked);
-    EXPECT_EQ(result.flags & vdsFlagRevocationCheckSkipped, 0u);
-
     MemoryObject good{SignedContent("signer")};
     EXPECT_EQ(Verify(good, &result), vdsOk);
     EXPECT_EQ(result.flags, vdsFlagSigned | vdsFlagTrusted | vdsFlagEmbedded);
+    // A clone verifies alone, after the original and its checker are gone.
+    VdsVerifier* clone = nullptr;
+    ASSERT_EQ(VdsCloneVerifier(verifier_, &clone), vdsOk);
+    VdsReleaseVerifier(verifier_);
+    verifier_ = clone;
+    VdsReleaseRevocationChecker(checker_);
+    checker_ = nullptr;
+    EXPECT_EQ(Verify(revoked, &result), vdsErrUntrusted);
+    EXPECT_EQ(result.flags & (vdsFlagRevoked | vdsFlagRevocationCheckSkipped), vdsFlagRevoked);
 
     // A database of another hierarchy leaves this one unchecked.
     ASSERT_EQ(CreateVerifier(AllRoots(), CreateChecker({"3020d1"})), vdsOk);
-    EXPECT_EQ(Verify(object, &result), vdsOk);
+    EXPECT_EQ(Verify(revoked, &result), vdsOk);
     EXPECT_EQ(result.flags & vdsFlagRevocationCheckSkipped, vdsFlagRevocationCheckSkipped);
 }
 
-TEST_F(CoreVerificationTest, OnlyTheGivenRootsAreTrusted) {
+TEST_F(CoreVerificationTest, OnlyTheGivenRootsAreTrustedAndArgumentsAreChecked) {
     ASSERT_EQ(CreateVerifier({ict_test::vds::RootCertificate("3020d1")}), vdsOk);
     MemoryObject object{SignedContent("signer")};
     VdsVerificationResultData result{};
     EXPECT_EQ(Verify(object, &result), vdsErrUntrusted);
     EXPECT_EQ(result.flags & vdsFlagIncompleteChain, vdsFlagIncompleteChain);
 
-    // Roots are required and must parse.
+    const VdsReadCallback callback = object.Callback();
+    EXPECT_EQ(VdsVerifyObjectByCallback_Ex(nullptr, &callback, nullptr, &result),
+              vdsErrInvalidArgument);
+    EXPECT_EQ(VdsVerifyObjectByCallback_Ex(verifier_, nullptr, nullptr, &result),
+              vdsErrInvalidArgument);
+    EXPECT_EQ(VdsVerifyObjectByCallback_Ex(verifier_, &callback, nullptr, nullptr),
+              vdsErrInvalidArgument);
+    EXPECT_EQ(VdsVerifyObjectByCallbackWithAdditionalContent_Ex(verifier_, &callback, nullptr,
+                                                                nullptr, &result),
+              vdsErrInvalidArgument);
     VdsVerifier* verifier = nullptr;
+    EXPECT_EQ(VdsCloneVerifier(nullptr, &verifier), vdsErrInvalidArgument);
+
+    // Roots are required and must parse.
     EXPECT_EQ(VdsCreateVerifier_Ex(nullptr, 0, nullptr, nullptr, &verifier), vdsErrInvalidArgument);
     Bytes broken = ict_test::vds::RootCertificate("3520p1");
     broken.pop_back();
@@ -226,20 +220,6 @@ TEST_F(CoreVerificationTest, OnlyTheGivenRootsAreTrusted) {
               vdsErrInvalidFormat);
     EXPECT_TRUE(handler_.Saw("OnCertificateParsingFailed"));
     EXPECT_EQ(verifier_, nullptr);
-}
-
-TEST_F(CoreVerificationTest, CloneVerifiesAloneAfterTheOriginalIsGone) {
-    ASSERT_EQ(CreateVerifier(AllRoots(), CreateChecker({"3520p1"})), vdsOk);
-    VdsVerifier* clone = nullptr;
-    ASSERT_EQ(VdsCloneVerifier(verifier_, &clone), vdsOk);
-    VdsReleaseVerifier(verifier_);
-    verifier_ = clone;
-    VdsReleaseRevocationChecker(checker_);
-    checker_ = nullptr;
-    MemoryObject revoked{SignedContent("signer-revoked")};
-    VdsVerificationResultData result{};
-    EXPECT_EQ(Verify(revoked, &result), vdsErrUntrusted);
-    EXPECT_EQ(result.flags & vdsFlagRevoked, vdsFlagRevoked);
 }
 
 TEST_F(CoreVerificationTest, NestedSignaturesAreCheckedWhenTheHandlerAsks) {
@@ -264,24 +244,6 @@ TEST_F(CoreVerificationTest, NestedSignaturesAreCheckedWhenTheHandlerAsks) {
     EXPECT_EQ(Verify(object, &result), vdsOk);
     EXPECT_EQ(result.checkedContentSize, 1000u);
     EXPECT_EQ(result.signatureContainerSize, object.bytes.size() - 1000);
-}
-
-TEST_F(CoreVerificationTest, ArgumentsAreChecked) {
-    ASSERT_EQ(CreateVerifier(), vdsOk);
-    MemoryObject object{Pattern(10)};
-    const VdsReadCallback callback = object.Callback();
-    VdsVerificationResultData result{};
-    EXPECT_EQ(VdsVerifyObjectByCallback_Ex(nullptr, &callback, nullptr, &result),
-              vdsErrInvalidArgument);
-    EXPECT_EQ(VdsVerifyObjectByCallback_Ex(verifier_, nullptr, nullptr, &result),
-              vdsErrInvalidArgument);
-    EXPECT_EQ(VdsVerifyObjectByCallback_Ex(verifier_, &callback, nullptr, nullptr),
-              vdsErrInvalidArgument);
-    EXPECT_EQ(VdsVerifyObjectByCallbackWithAdditionalContent_Ex(verifier_, &callback, nullptr,
-                                                                nullptr, &result),
-              vdsErrInvalidArgument);
-    VdsVerifier* copy = nullptr;
-    EXPECT_EQ(VdsCloneVerifier(nullptr, &copy), vdsErrInvalidArgument);
 }
 
 }  // namespace

@@ -82,15 +82,6 @@ extern "C" DsvmResult DsvmPrepareRegistrySet(DsvmHandle* handle, const DsvmParam
     });
 }
 
-extern "C" DsvmResult DsvmIsRegistrySetPrepared(const DsvmHandle* handle) {
-    return Guarded([&] {
-        if (handle == nullptr) {
-            return DSVM_E_INVALID_PARAMETER;
-        }
-        return handle->prepared ? DSVM_OK : DSVM_E_REGISTRIES_NOT_PREPARED;
-    });
-}
-
 extern "C" DsvmResult DsvmVerifyObjects(const DsvmHandle* handle, DsvmParams* objects) {
     return Guarded([&] {
         if (handle == nullptr || objects == nullptr) {

@@ -84,27 +84,3 @@ extern "C" DsvmResult DsvmParamsSetObjectHash(DsvmParams* params, const void* ha
         return DSVM_OK;
     });
 }
-
-extern "C" DsvmResult DsvmParamsGetObjectCount(const DsvmParams* params, size_t* count) {
-    return Guarded([&] {
-        if (params == nullptr || count == nullptr) {
-            return DSVM_E_INVALID_PARAMETER;
-        }
-        *count = params->objects.size();
-        return DSVM_OK;
-    });
-}
-
-extern "C" DsvmResult DsvmParamsGetObjectResult(const DsvmParams* params, size_t index,
-                                                DsvmResult* result) {
-    return Guarded([&] {
-        if (params == nullptr || result == nullptr) {
-            return DSVM_E_INVALID_PARAMETER;
-        }
-        if (index >= params->objects.size()) {
-            return DSVM_E_OBJECT_NOT_FOUND;
-        }
-        *result = params->objects[index].result;
-        return DSVM_OK;
-    });
-}

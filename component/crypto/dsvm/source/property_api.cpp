@@ -67,21 +67,6 @@ extern "C" DsvmResult DsvmGetSignatureProperty(const DsvmObjectReader* object, u
     });
 }
 
-extern "C" DsvmResult DsvmGetKeyId(const void* blob, size_t size, uint8_t* keyId,
-                                   size_t keyIdSize) {
-    return Guarded([&] {
-        if (keyId == nullptr || keyIdSize < DSVM_HASH_SIZE) {
-            return DSVM_E_INVALID_PARAMETER;
-        }
-        dsvm::detail::Key key;
-        const DsvmResult loaded = dsvm::detail::LoadPublicKey(blob, size, &key);
-        if (loaded == DSVM_OK) {
-            std::copy(key.id.begin(), key.id.end(), keyId);
-        }
-        return loaded;
-    });
-}
-
 extern "C" void DsvmInitMemoryReader(DsvmObjectReader* reader, const void* data, size_t size) {
     if (reader == nullptr) {
         return;

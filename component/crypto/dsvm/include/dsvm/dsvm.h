@@ -131,9 +131,6 @@ DsvmResult DsvmParamsAddObject(DsvmParams* params, const DsvmObjectReader* objec
                                const uint16_t* name);
 /* The DSVM_HASH_IGNORE_SIGNATURE hash of the object added last. */
 DsvmResult DsvmParamsSetObjectHash(DsvmParams* params, const void* hash, size_t size);
-DsvmResult DsvmParamsGetObjectCount(const DsvmParams* params, size_t* count);
-/* The outcome of the last DsvmVerifyObjects for one object. */
-DsvmResult DsvmParamsGetObjectResult(const DsvmParams* params, size_t index, DsvmResult* result);
 
 /* Working handles: one GOST standard version and its prepared key registry. */
 #define DSVM_GOST_2012 2012u
@@ -144,12 +141,10 @@ DsvmResult DsvmHandleCreate(uint32_t gostVersion, DsvmHandle** handle);
 void DsvmHandleDestroy(DsvmHandle* handle);
 /* Takes the public keys of `keys` as the registry set; a handle is prepared once. */
 DsvmResult DsvmPrepareRegistrySet(DsvmHandle* handle, const DsvmParams* keys);
-/* DSVM_OK when prepared, DSVM_E_REGISTRIES_NOT_PREPARED otherwise. */
-DsvmResult DsvmIsRegistrySetPrepared(const DsvmHandle* handle);
 /*
  * Verifies the sign-in-object signature of every object of the list against
  * the registry set. With one object the result is that object's; with more,
- * DSVM_E_NOT_ALL_VERIFIED when any failed (see DsvmParamsGetObjectResult).
+ * DSVM_E_NOT_ALL_VERIFIED when any failed.
  */
 DsvmResult DsvmVerifyObjects(const DsvmHandle* handle, DsvmParams* objects);
 
@@ -174,9 +169,6 @@ DsvmResult DsvmSignObject(const DsvmHandle* handle, const DsvmParams* keys,
 
 DsvmResult DsvmGetSignatureProperty(const DsvmObjectReader* object, uint32_t property, void* value,
                                     size_t valueSize);
-
-/* The key identifier of a public key blob, as signature blocks name it. */
-DsvmResult DsvmGetKeyId(const void* blob, size_t size, uint8_t* keyId, size_t keyIdSize);
 
 #ifdef __cplusplus
 }

@@ -12,7 +12,7 @@
 #include <boost/filesystem/path.hpp>
 #include <boost/optional.hpp>
 
-// Making VDS signatures, catalogs and revocation containers: what the signing
+// Making VDS signatures and revocation containers: what the signing
 // tool and the tests need. The checker itself never signs.
 namespace vds::signing {
 
@@ -52,11 +52,6 @@ std::vector<std::uint8_t> SignContent(BIO* content, const SignerMaterial& materi
 // unless `replace` or `nest` is set. The file is replaced atomically.
 void SignFile(const boost::filesystem::path& file, const SignerMaterial& material,
               const SignOptions& options);
-
-// Catalog content (vds/catalog_format.h) listing `digests` made with the
-// algorithm of OpenSSL short name `algorithm` ("md_gost12_256", "SHA256", ...).
-std::vector<std::uint8_t> MakeCatalogContent(const std::string& algorithm,
-                                             const std::vector<std::vector<std::uint8_t>>& digests);
 
 // A revocation container: a degenerate PKCS#7 SignedData holding the CRLs
 // (PEM or DER files), as `openssl crl2pkcs7` writes it.
