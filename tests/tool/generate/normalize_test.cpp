@@ -87,5 +87,34 @@ TEST_F(NormalizeTest, BadInputIsLeftAsItWasAndTheReasonIsGiven) {
     EXPECT_EQ(ict_test::ReadText(path), "<Other/>");
 }
 
+// Another writer that saves the manifest while it is being normalized keeps
+// its version: the file is replaced only if it is still the one that was read.
+TEST_F(NormalizeTest, AManifestChangedMeanwhileIsLeftToItsNewWriter) {
+    const fs::path path = dir_ / "m.xml";
+    // The reader's warning about the unknown attribute comes after the file
+    // was read and before it is replaced: the other writer saves then.
+    class MeddlingChannel : public ruk::MemoryTraceChannel {
+    public:
+        explicit MeddlingChannel(fs::path path) : path_(std::move(path)) {}
+        void WriteLine(const std::string& line) override {
+            MemoryTraceChannel::WriteLine(line);
+            if (line.find("Unknown attribute") != std::string::npos) {
+                ict_test::WriteText(path_, "<Manifest productName=\"Theirs\"/>");
+            }
+        }
+
+    private:
+        fs::path path_;
+    };
+    ict_test::WriteText(path, R"(<Manifest productName="Ours" extra="1"/>)");
+    const ruk::intrusive_ptr<MeddlingChannel> channel(new MeddlingChannel(path));
+    Normalize action(std::make_shared<Tracer>(800, channel), NormalizeSettings{path});
+
+    EXPECT_FALSE(action.Execute());
+    EXPECT_EQ(ict_test::ReadText(path), "<Manifest productName=\"Theirs\"/>");
+    EXPECT_THAT(channel->Lines(), Contains(HasSubstr("Normalization of manifest " + path.string() +
+                                                     " failed. Reason: ")));
+}
+
 }  // namespace
 }  // namespace integrity_check_tool::action
