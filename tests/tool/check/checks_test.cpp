@@ -1,13 +1,22 @@
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "check/all_checks_failed_exception.h"
+#include "check/anyof.h"
 #include "check/exists.h"
 #include "check/hash.h"
 #include "check/hex.h"
+#include "check/i_data_object_source.h"
 #include "check/not_exists.h"
-#include "check/raw_value_provider.h"
 #include "check/value.h"
 #include "check/verification_mismatch.h"
+#include "data_object/file.h"
 #include "openssl/sha256.h"
 #include "support/file_helpers.h"
 #include "support/temp_dir.h"
@@ -20,151 +29,214 @@ namespace {
 
 using ict_test::BytesOf;
 using testing::ElementsAre;
+using testing::ElementsAreArray;
+
+// Files are the real ones on disk; a registry value is a fake that holds
+// the given bytes or is absent, and the last request is kept as "value|key".
+class TestDataObjectSource : public IDataObjectSource {
+public:
+    explicit TestDataObjectSource(bool exists, const std::string& bytes = "")
+        : value_(std::make_shared<ict_test::FakeDataObject>(exists, BytesOf(bytes))) {}
+
+    IDataObjectPtr CreateFile(const boost::filesystem::path& path) const override {
+        return std::make_shared<data_object::File>(path);
+    }
+    IDataObjectPtr CreateRegistry(const std::string& valueName, const std::string& keyPath,
+                                  RegistryType /*expectedType*/) const override {
+        asked = valueName + "|" + keyPath;
+        return value_;
+    }
+
+    mutable std::string asked;
+
+private:
+    std::shared_ptr<ict_test::FakeDataObject> value_;
+};
+
+// A checker member that passes or throws the given exception, counting calls.
+class ScriptedChecker : public IFileChecker, public IRegistryChecker {
+public:
+    explicit ScriptedChecker(std::function<void()> behaviour) : behaviour_(std::move(behaviour)) {}
+
+    std::string GetName() const override { return "Scripted"; }
+    void CheckFileValue(const boost::filesystem::path& path) const override {
+        ++calls;
+        lastArguments = path.string();
+        behaviour_();
+    }
+    void CheckRegistryValue(const std::string& keyPath, const std::string& valueName,
+                            RegistryType /*type*/) const override {
+        ++calls;
+        lastArguments = keyPath + "|" + valueName;
+        behaviour_();
+    }
+
+    mutable int calls = 0;
+    mutable std::string lastArguments;
+
+private:
+    std::function<void()> behaviour_;
+};
 
 const std::string kAbcSha256 = "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad";
 const std::vector<std::uint8_t> kAbcDigest = {
     0xba, 0x78, 0x16, 0xbf, 0x8f, 0x01, 0xcf, 0xea, 0x41, 0x41, 0x40, 0xde, 0x5d, 0xae, 0x22, 0x23,
     0xb0, 0x03, 0x61, 0xa3, 0x96, 0x17, 0x7a, 0x9c, 0xb4, 0x10, 0xff, 0x61, 0xf2, 0x00, 0x15, 0xad};
 
-template <typename Action>
-std::string MismatchText(Action&& action) {
-    return ict_test::ThrownText<VerificationMismatch>(action);
-}
-
-class ChecksTest : public testing::Test {
-protected:
-    std::shared_ptr<ict_test::TestDataObjectSource> RegistryHolding(bool exists,
-                                                                    const std::string& bytes) {
-        return std::make_shared<ict_test::TestDataObjectSource>(
-            std::make_shared<ict_test::FakeDataObject>(exists, BytesOf(bytes)));
-    }
-
-    ict_test::TempDir dir_;
-    ict_test::TraceCapture trace_;
-    std::shared_ptr<ict_test::TestDataObjectSource> files_ =
-        std::make_shared<ict_test::TestDataObjectSource>();
-};
-
-TEST_F(ChecksTest, ExistsAndNotExistsAreMirrors) {
-    const auto file = (dir_ / "present.dll").string();
-    const auto directory = (dir_ / "bin").string();
-    ict_test::WriteText(file, "x");
-    boost::filesystem::create_directory(directory);
-    const Exists exists(trace_.Tracer(), files_);
-    const NotExists notExists(trace_.Tracer(), files_);
-
-    exists.CheckFileValue(file);
-    notExists.CheckFileValue(directory);  // a directory is no file
-    EXPECT_THAT(trace_.Messages(), ElementsAre("Checking existence of file " + file + " ...",
-                                               "File " + file + " exists",
-                                               "Checking absence of file " + directory + " ...",
-                                               "File " + directory + " not exists."));
-    EXPECT_EQ(
-        MismatchText([&] { exists.CheckFileValue(directory); }),
-        "Verification mismatch with 'Exists' checker. Reason: File " + directory + " not exists.");
-    EXPECT_EQ(MismatchText([&] { notExists.CheckFileValue(file); }),
-              "Verification mismatch with 'NotExists' checker. Reason: File " + file + " exists");
-}
-
-TEST_F(ChecksTest, RegistryMessagesNameValueThenKey) {
-    const auto present = RegistryHolding(true, "1");
-    const auto absent = RegistryHolding(false, "");
-    Exists(trace_.Tracer(), present).CheckRegistryValue("HKLM\\Soft", "Version", RegistryType::Sz);
-    NotExists(trace_.Tracer(), absent).CheckRegistryValue("HKLM\\Soft", "Gone", RegistryType::Sz);
-    EXPECT_EQ(present->lastValueName, "Version");
-    EXPECT_EQ(present->lastKeyPath, "HKLM\\Soft");
-    EXPECT_THAT(trace_.Messages(),
-                ElementsAre("Checking existence of registry key Version in HKLM\\Soft ...",
-                            "Registry key Version exists in HKLM\\Soft",
-                            "Checking absence of registry key Gone in HKLM\\Soft ...",
-                            "Registry key Gone not exists in HKLM\\Soft"));
-
-    EXPECT_EQ(MismatchText([&] {
-                  Exists(trace_.Tracer(), absent)
-                      .CheckRegistryValue("HKLM\\Soft", "Gone", RegistryType::Sz);
-              }),
-              "Verification mismatch with 'Exists' checker. Reason: Registry key Gone not exists "
-              "in HKLM\\Soft");
-    EXPECT_EQ(MismatchText([&] {
-                  NotExists(trace_.Tracer(), present)
-                      .CheckRegistryValue("HKLM\\Soft", "Version", RegistryType::Sz);
-              }),
-              "Verification mismatch with 'NotExists' checker. Reason: Registry key Version "
-              "exists in HKLM\\Soft");
-}
-
-TEST_F(ChecksTest, HashComparesDigestsAndNamesItsOwnKind) {
-    const auto file = (dir_ / "a.dll").string();
+TEST(ChecksTest, EachCheckTracesItsStepsAndSaysWhatDiffers) {
+    ict_test::TempDir dir;
+    const std::string file = (dir / "a.dll").string();
+    const std::string folder = (dir / "bin").string();  // a folder is no file
     ict_test::WriteText(file, "abc");
+    boost::filesystem::create_directory(folder);
+    const auto present = std::make_shared<TestDataObjectSource>(true, "abc");
+    const auto absent = std::make_shared<TestDataObjectSource>(false);
     const auto sha256 = std::make_shared<openssl::Sha256>();
-    Hash(trace_.Tracer(), files_, sha256, CheckType::Sha256, kAbcDigest).CheckFileValue(file);
-    Hash(trace_.Tracer(), RegistryHolding(true, "abc"), sha256, CheckType::Sha256, kAbcDigest)
-        .CheckRegistryValue("HKLM\\Soft", "Data", RegistryType::Binary);
-    // The registry form has no "evaluated" line.
-    EXPECT_THAT(trace_.Messages(),
-                ElementsAre("Checking value of file " + file + " ...",
-                            "Hash for file " + file + " evaluated: " + kAbcSha256,
-                            "File " + file + " has expected value " + kAbcSha256,
-                            "Checking registry key Data in HKLM\\Soft ...",
-                            "Registry key Data in HKLM\\Soft has expected value " + kAbcSha256));
-
-    // A digest of another length is as wrong as one of other bytes.
-    EXPECT_EQ(MismatchText([&] {
-                  Hash(trace_.Tracer(), files_, sha256, CheckType::Gost2012, {0xba, 0x78})
-                      .CheckFileValue(file);
-              }),
-              "Verification mismatch with 'Gost2012' checker. Reason: File " + file +
-                  " has unexpected hash " + kAbcSha256 + " != expected ba78");
-    EXPECT_EQ(MismatchText([&] {
-                  Hash(trace_.Tracer(), RegistryHolding(true, "abc"), sha256, CheckType::Sha256,
-                       {0x00, 0x0f})
-                      .CheckRegistryValue("HKLM\\Soft", "Data", RegistryType::Binary);
-              }),
-              "Verification mismatch with 'Sha256' checker. Reason: Registry key Data in "
-              "HKLM\\Soft has unexpected hash " +
-                  kAbcSha256 + " != expected 000f");
-}
-
-TEST_F(ChecksTest, UnreadableFileFailsWithDataObjectMessageNotMismatch) {
-    const auto directory = (dir_ / "lib.so").string();
-    boost::filesystem::create_directory(directory);
-    const Hash hash(trace_.Tracer(), files_, std::make_shared<openssl::Sha256>(), CheckType::Sha256,
-                    kAbcDigest);
-    try {
-        hash.CheckFileValue(directory);
-        FAIL() << "a directory was hashed";
-    } catch (const VerificationMismatch&) {
-        FAIL() << "an unreadable file is not a mismatch";
-    } catch (const Exception& error) {
-        EXPECT_EQ(std::string(error.what()), "Can't read or access file " + directory +
-                                                 ". Reason: File " + directory + " not found");
+    ict_test::TraceCapture trace;
+    const auto& tracer = trace.Tracer();
+    const Exists existsHere(tracer, present), existsNot(tracer, absent);
+    const NotExists notExistsHere(tracer, present), notExistsNot(tracer, absent);
+    const Hash sha(tracer, present, sha256, CheckType::Sha256, kAbcDigest);
+    const Hash shortGost(tracer, present, sha256, CheckType::Gost2012, {0xba, 0x78});
+    const Hash otherSha(tracer, present, sha256, CheckType::Sha256, {0x00, 0x0f});
+    const Value same(tracer, present, BytesOf("abc")), longer(tracer, present, BytesOf("abc\n"));
+    // A check on the file, or on value V of HKLM\K.
+    using Run = std::function<void()>;
+    const auto onFile = [](const IFileChecker& check, const std::string& path) -> Run {
+        return [&check, path] { check.CheckFileValue(path); };
+    };
+    const auto onValue = [](const IRegistryChecker& check) -> Run {
+        return [&check] { check.CheckRegistryValue("HKLM\\K", "V", RegistryType::Binary); };
+    };
+    const std::string checkingFile = "Checking value of file " + file + " ...";
+    const std::string evaluated = "Hash for file " + file + " evaluated: " + kAbcSha256;
+    const std::string checkingValue = "Checking registry key V in HKLM\\K ...";
+    const std::string mismatch = "Verification mismatch with '";
+    const std::vector<std::pair<Run, std::vector<std::string>>> cases = {
+        {onFile(existsHere, file),
+         {"Checking existence of file " + file + " ...", "File " + file + " exists"}},
+        {onFile(existsHere, folder),
+         {"Checking existence of file " + folder + " ...",
+          mismatch + "Exists' checker. Reason: File " + folder + " not exists."}},
+        {onFile(notExistsHere, folder),
+         {"Checking absence of file " + folder + " ...", "File " + folder + " not exists."}},
+        {onFile(notExistsHere, file),
+         {"Checking absence of file " + file + " ...",
+          mismatch + "NotExists' checker. Reason: File " + file + " exists"}},
+        {onValue(existsHere),
+         {"Checking existence of registry key V in HKLM\\K ...",
+          "Registry key V exists in HKLM\\K"}},
+        {onValue(existsNot),
+         {"Checking existence of registry key V in HKLM\\K ...",
+          mismatch + "Exists' checker. Reason: Registry key V not exists in HKLM\\K"}},
+        {onValue(notExistsNot),
+         {"Checking absence of registry key V in HKLM\\K ...",
+          "Registry key V not exists in HKLM\\K"}},
+        {onValue(notExistsHere),
+         {"Checking absence of registry key V in HKLM\\K ...",
+          mismatch + "NotExists' checker. Reason: Registry key V exists in HKLM\\K"}},
+        // The registry form has no "evaluated" line.
+        {onFile(sha, file),
+         {checkingFile, evaluated, "File " + file + " has expected value " + kAbcSha256}},
+        {onValue(sha),
+         {checkingValue, "Registry key V in HKLM\\K has expected value " + kAbcSha256}},
+        // A digest of another length is as wrong as one of other bytes.
+        {onFile(shortGost, file),
+         {checkingFile, evaluated,
+          mismatch + "Gost2012' checker. Reason: File " + file + " has unexpected hash " +
+              kAbcSha256 + " != expected ba78"}},
+        {onValue(otherSha),
+         {checkingValue, mismatch +
+                             "Sha256' checker. Reason: Registry key V in HKLM\\K has "
+                             "unexpected hash " +
+                             kAbcSha256 + " != expected 000f"}},
+        // Values are compared without being printed.
+        {onFile(same, file), {checkingFile, "File " + file + " has expected value"}},
+        {onValue(same), {checkingValue, "Registry key V in HKLM\\K has expected value"}},
+        {onFile(longer, file),
+         {checkingFile,
+          mismatch + "Value' checker. Reason: File " + file + " has unexpected value"}},
+        {onValue(longer),
+         {checkingValue, mismatch + "Value' checker. Reason: Registry key V in HKLM\\K has "
+                                    "unexpected value"}},
+    };
+    std::size_t seen = 0;
+    for (const auto& [run, lines] : cases) {
+        // The messages traced by this run, then the text of the mismatch it threw.
+        const auto mismatch = ict_test::Caught<VerificationMismatch>(run);
+        auto messages = trace.Messages();
+        messages.erase(messages.begin(), messages.begin() + static_cast<std::ptrdiff_t>(seen));
+        seen += messages.size();
+        if (mismatch) {
+            messages.push_back(mismatch->what());
+        }
+        EXPECT_THAT(messages, ElementsAreArray(lines));
     }
+    EXPECT_EQ(present->asked, "V|HKLM\\K");
+    EXPECT_EQ(ToHex({0x00, 0x0f, 0xa0, 0xff}), "000fa0ff");
 }
 
-TEST_F(ChecksTest, ValueComparesRawBytesWithoutPrintingThem) {
-    const auto file = (dir_ / "version.txt").string();
-    ict_test::WriteText(file, "1.0");
-    const auto dword = std::make_shared<ict_test::TestDataObjectSource>(
-        std::make_shared<ict_test::FakeDataObject>(true, std::vector<std::uint8_t>{1, 0, 0, 0}));
-    Value(trace_.Tracer(), files_, BytesOf("1.0")).CheckFileValue(file);
-    Value(trace_.Tracer(), dword, {1, 0, 0, 0})
-        .CheckRegistryValue("HKCU\\K", "Count", RegistryType::Dword);
-    EXPECT_THAT(trace_.Messages(), ElementsAre("Checking value of file " + file + " ...",
-                                               "File " + file + " has expected value",
-                                               "Checking registry key Count in HKCU\\K ...",
-                                               "Registry key Count in HKCU\\K has expected value"));
+std::shared_ptr<ScriptedChecker> Passing() {
+    return std::make_shared<ScriptedChecker>([] {});
+}
 
-    EXPECT_EQ(MismatchText(
-                  [&] { Value(trace_.Tracer(), files_, BytesOf("1.0\n")).CheckFileValue(file); }),
-              "Verification mismatch with 'Value' checker. Reason: File " + file +
-                  " has unexpected value");
-    EXPECT_EQ(MismatchText([&] {
-                  Value(trace_.Tracer(), dword, {1, 0, 0})
-                      .CheckRegistryValue("HKCU\\K", "Count", RegistryType::Dword);
+std::shared_ptr<ScriptedChecker> FailingWith(const std::string& reason) {
+    return std::make_shared<ScriptedChecker>(
+        [reason] { ICT_THROW(VerificationMismatch(CheckType::Sha256, reason)); });
+}
+
+TEST(AnyOfTest, StopsAtFirstPassingMemberAndTracesNumberedSteps) {
+    ict_test::TraceCapture trace;
+    const auto first = FailingWith("bad hash");
+    const auto second = Passing();
+    const auto third = Passing();
+    const AnyOf anyOf(trace.Tracer(), std::vector<IFileCheckerPtr>{first, second, third});
+
+    anyOf.CheckFileValue("/opt/p/a.dll");
+
+    EXPECT_EQ(first->calls, 1);
+    EXPECT_EQ(second->calls, 1);
+    EXPECT_EQ(third->calls, 0);
+    EXPECT_EQ(second->lastArguments, "/opt/p/a.dll");
+    EXPECT_THAT(trace.Messages(),
+                ElementsAre("Check [1] ...",
+                            "Check [1] - Failed. Verification mismatch with 'Sha256' checker. "
+                            "Reason: bad hash",
+                            "Check [2] ...", "Check [2] - Succeeded"));
+    EXPECT_EQ(anyOf.GetName(), "AnyOf");
+}
+
+TEST(AnyOfTest, AllFailingMembersAreListedInOrderAndOneIsRethrownAsItIs) {
+    ict_test::TraceCapture trace;
+    const auto registryValue = [](const AnyOf& anyOf) {
+        anyOf.CheckRegistryValue("HKLM\\K", "V", RegistryType::Sz);
+    };
+    EXPECT_EQ(ict_test::ThrownText<AllChecksFailedException>([&] {
+                  registryValue(AnyOf(trace.Tracer(), std::vector<IRegistryCheckerPtr>{
+                                                          FailingWith("one"), FailingWith("two")}));
               }),
-              "Verification mismatch with 'Value' checker. Reason: Registry key Count in HKCU\\K "
-              "has unexpected value");
-    EXPECT_EQ(ToHex({0x00, 0x0f, 0xa0, 0xff}), "000fa0ff");
+              "All checks failed:\n"
+              "\tChecker [1]: Verification mismatch with 'Sha256' checker. Reason: one\n"
+              "\tChecker [2]: Verification mismatch with 'Sha256' checker. Reason: two");
+
+    struct OwnError : std::runtime_error {
+        using std::runtime_error::runtime_error;
+    };
+    const auto member = std::make_shared<ScriptedChecker>([] { throw OwnError("own failure"); });
+    EXPECT_EQ(ict_test::ThrownText<OwnError>([&] {
+                  registryValue(AnyOf(trace.Tracer(), std::vector<IRegistryCheckerPtr>{member}));
+              }),
+              "own failure");
+    EXPECT_EQ(member->lastArguments, "HKLM\\K|V");
+
+    EXPECT_EQ(ict_test::ThrownText<Exception>([&] {
+                  AnyOf(trace.Tracer(), std::vector<IFileCheckerPtr>{}).CheckFileValue("/p/f");
+              }),
+              "There are no checks for file /p/f");
+    EXPECT_EQ(ict_test::ThrownText<Exception>([&] {
+                  registryValue(AnyOf(trace.Tracer(), std::vector<IRegistryCheckerPtr>{}));
+              }),
+              "There are no checks for registry key V in HKLM\\K");
 }
 
 }  // namespace

@@ -3,31 +3,38 @@
 
 #include <boost/exception/diagnostic_information.hpp>
 
+#include "arguments/checker.h"
+#include "check/hex.h"
 #include "dsvm/exception.h"
 #include "dsvm/gost2012.h"
-#include "signed_files.h"
+#include "dsvm/gost2012_hash.h"
+#include "dsvm/gost2012_signature_verifier.h"
+#include "dsvm_fixture.h"
+#include "factory/factory.h"
+#include "ruk/exception.h"
+#include "support/file_helpers.h"
 #include "support/temp_dir.h"
+#include "support/thrown.h"
 #include "support/trace_capture.h"
+#include "tool/check/fakes.h"
 
 namespace integrity_check_tool::dsvm {
 namespace {
 
+using ict_test::FakeDataObject;
 using testing::HasSubstr;
 
 class Gost2012Test : public testing::Test {
 protected:
     Gost2012::Blob Key(const std::string& name) { return dsvm_test::PublicKey(name); }
 
-    // The exception VerifySignature throws for `path` with the release pair.
-    Exception Failure(const boost::filesystem::path& path, bool requireBothKeys = true,
-                      Gost2012::Blob first = {}, Gost2012::Blob second = {}) {
-        if (first.empty() && second.empty() && requireBothKeys) {
-            first = Key("release-1");
-            second = Key("release-2");
-        }
+    // The exception VerifySignature throws for `path` with the release pair,
+    // or with `first` in place of its first key.
+    Exception Failure(const boost::filesystem::path& path, Gost2012::Blob first = {}) {
         try {
             Gost2012(trace_.Tracer())
-                .VerifySignature(path, first, second, requireBothKeys, nullptr);
+                .VerifySignature(path, first.empty() ? Key("release-1") : first, Key("release-2"),
+                                 true, nullptr);
         } catch (const Exception& error) {
             return error;
         }
@@ -39,68 +46,113 @@ protected:
     ict_test::TraceCapture trace_;
 };
 
-TEST_F(Gost2012Test, GoodSignatureIsTracedAndItsContentHandedBack) {
-    const std::string content = "signed content\n";
-    dsvm_test::WriteSigned(dir_ / "a.dll", content, "release-2");
-    const Gost2012 gost(trace_.Tracer());
-    std::vector<std::uint8_t> covered{1, 2, 3};
-    gost.VerifySignature(dir_ / "a.dll", Key("release-1"), Key("release-2"), true, &covered);
-
-    EXPECT_EQ(covered, dsvm_test::ToBytes(content));
-    EXPECT_TRUE(trace_.Traced("Signature size: " + std::to_string(40 + 128 + 16)));
-}
-
+// Which files each key pair accepts is the verifier selection's table; the
+// texts of the codes are the library's.
 TEST_F(Gost2012Test, FailuresNameTheStepAndTheDsvmResult) {
     ict_test::WriteText(dir_ / "unsigned.dll", "no signature here");
-    dsvm_test::WriteSigned(dir_ / "foreign.dll", "x", "foreign");
-    ict_test::WriteText(dir_ / "empty.dll", "");
-
     const Exception unsignedFile = Failure(dir_ / "unsigned.dll");
     EXPECT_EQ(std::string(unsignedFile.what()),
               "Invalid signature (DSVM result 0x08CD9BAC: The signature of object signed by "
               "\"sign-in-object\" wasn't found)");
     EXPECT_EQ(unsignedFile.GetCode(), 0x08CD9BACu);
-
-    EXPECT_EQ(Failure(dir_ / "foreign.dll").GetCode(), 0x408B1C02u);
-    EXPECT_EQ(std::string(Failure(dir_ / "empty.dll").what()),
-              "Invalid signature (DSVM result 0xDEABF3F6: Given pointer to object buffer and its "
-              "size are 0)");
     // An unreadable file is not reported as a bad signature.
     EXPECT_EQ(std::string(Failure(dir_ / "missing.dll").what()),
               "Can't calculate hash (DSVM result 0x14064F2A: The file for operation couldn't be "
               "opened)");
     // The failing step is named, the location is the wrapper's.
-    const Exception badKey =
-        Failure(dir_ / "unsigned.dll", true, dsvm_test::ToBytes("junk"), Key("release-2"));
+    const Exception badKey = Failure(dir_ / "unsigned.dll", dsvm_test::ToBytes("junk"));
     EXPECT_THAT(badKey.what(), HasSubstr("Can't register keys in DSVM parameters list (DSVM "
                                          "result 0x5AAEEAE0: Some parameters"));
     EXPECT_THAT(boost::diagnostic_information(badKey),
                 HasSubstr("product/tool/integrity_check_tool/source/dsvm/gost2012"));
+    // A code the table does not hold has no text.
+    EXPECT_EQ(std::string(Exception("Can't calculate hash", 0x12AB).what()),
+              "Can't calculate hash (DSVM result 0x000012AB)");
 }
 
-TEST_F(Gost2012Test, MissingKeysAreRefusedOrLeftOutByTheFlag) {
-    dsvm_test::WriteSigned(dir_ / "test.dll", "t", "test-2");
-    // Both required: an empty blob cannot be registered.
-    EXPECT_EQ(Failure(dir_ / "test.dll", true, Key("test-1"), {}).GetCode(), 0x5AAEEAE0u);
-    // Not required: the present key still verifies ...
-    Gost2012(trace_.Tracer()).VerifySignature(dir_ / "test.dll", {}, Key("test-2"), false, nullptr);
-    // ... and with no key at all there is no registry to prepare.
-    EXPECT_THAT(Failure(dir_ / "test.dll", false).what(),
-                HasSubstr("Can't prepare registry set (DSVM result 0x8F995FFD"));
+TEST(DsvmGost2012HashTest, DigestsEveryByteLikeTheOpenSslGostEngine) {
+    ict_test::TraceCapture trace;
+    const Gost2012Hash hash(trace.Tracer());
+    EXPECT_EQ(hash.GetName(), "Gost2012Hash");
+
+    std::vector<std::uint8_t> value{7};
+    hash.Evaluate(FakeDataObject(true, {}), value);
+    // `printf '' | openssl dgst -engine gost -md_gost12_256`
+    EXPECT_EQ(check::ToHex(value),
+              "3f539a213e97c802cc229d474c6aa32a825a360b2a933a949fd925208d9ce1bb");
+
+    // Larger than one read block, so the digest spans several updates.
+    std::vector<std::uint8_t> big(3 * 1024 * 1024 + 5, 0x61);
+    hash.Evaluate(FakeDataObject(true, big), value);
+    const std::vector<std::uint8_t> first = value;
+    big.back() = 0x62;
+    hash.Evaluate(FakeDataObject(true, big), value);
+    EXPECT_NE(value, first);
+    EXPECT_EQ(value.size(), 32u);
+
+    const auto error = ict_test::Caught<ruk::ResultException>(
+        [&] { hash.Evaluate(FakeDataObject(true, {1}, 1, false, 0), value); });
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->GetCode(), ruk::result::IoError);
 }
 
-TEST(DsvmExceptionTest, CarriesCodeTextAndStaysATypedToolException) {
-    const Exception unknown("Can't calculate hash", 0x12AB);
-    EXPECT_EQ(std::string(unknown.what()), "Can't calculate hash (DSVM result 0x000012AB)");
-    EXPECT_EQ(unknown.GetMessage(), unknown.what());
-    EXPECT_EQ(DescribeResult(0xE9BA5770), "0xE9BA5770: Success");
-    try {
-        ICT_THROW(Exception("step", 0x408B1C02));
-    } catch (const integrity_check_tool::Exception& error) {
-        const std::string diagnostic = boost::diagnostic_information(error);
-        EXPECT_THAT(diagnostic, HasSubstr("step (DSVM result 0x408B1C02: Key for operation"));
-        EXPECT_THAT(diagnostic, HasSubstr("gost2012_test.cpp"));
+class VerifierSelectionTest : public testing::Test {
+protected:
+    void SetUp() override {
+        // Signing needs the library; the count keeps a verifier's own use intact.
+        ASSERT_EQ(DsvmInitialize(), DSVM_OK);
+        for (const char* key : {"release-1", "release-2", "test-1", "test-2"}) {
+            ict_test::WriteBytes(dir_ / (std::string(key) + ".dll"),
+                                 dsvm_test::Sign(dsvm_test::ToBytes(key), key));
+        }
+        ASSERT_EQ(DsvmRelease(), DSVM_OK);
+        arguments_->SetSignatureType(SignatureType::Dsvm2);
     }
+
+    // The files the verifier accepts, of the four signed ones.
+    std::vector<std::string> Accepted(const ISignatureVerifier& verifier) {
+        std::vector<std::string> accepted;
+        for (const char* name : {"release-1", "release-2", "test-1", "test-2"}) {
+            try {
+                verifier.Verify(dir_ / (std::string(name) + ".dll"), nullptr);
+                accepted.push_back(name);
+            } catch (const Exception& error) {
+                EXPECT_EQ(error.GetCode(), 0x408B1C02u) << name;
+            }
+        }
+        return accepted;
+    }
+
+    ISignatureVerifierPtr FromFactory(SignatureCheckingMode mode) {
+        arguments_->SetSignatureCheckingMode(mode);
+        const auto factory = std::make_shared<Factory>(
+            trace_.Tracer(), std::make_shared<ApplicationConfiguration>(), arguments_);
+        return factory->CreateSignatureVerifier();
+    }
+
+    ict_test::TempDir dir_;
+    ict_test::TraceCapture trace_;
+    std::shared_ptr<CheckerArguments> arguments_ = std::make_shared<CheckerArguments>();
+};
+
+using Names = std::vector<std::string>;
+
+TEST_F(VerifierSelectionTest, TheFlagAndTheCheckingModePickTheReleaseOrTheTestPair) {
+    const Gost2012SignatureVerifier release(trace_.Tracer(), true);
+    EXPECT_EQ(release.GetName(), "Gost2012SignatureVerifier");
+    EXPECT_EQ(Accepted(release), (Names{"release-1", "release-2"}));
+    EXPECT_EQ(Accepted(Gost2012SignatureVerifier(trace_.Tracer(), false)),
+              (Names{"test-1", "test-2"}));
+
+    EXPECT_EQ(FromFactory(SignatureCheckingMode::Release)->GetName(), "Gost2012SignatureVerifier");
+    const auto testVerifier = FromFactory(SignatureCheckingMode::Test);
+    EXPECT_EQ(Accepted(*testVerifier), (Names{"test-1", "test-2"}));
+    std::vector<std::uint8_t> content;
+    testVerifier->Verify(dir_ / "test-2.dll", &content);
+    EXPECT_EQ(content, dsvm_test::ToBytes("test-2"));
+    // And back: the pair follows the mode of the run, not the first verifier made.
+    EXPECT_EQ(Accepted(*FromFactory(SignatureCheckingMode::Release)),
+              (Names{"release-1", "release-2"}));
 }
 
 }  // namespace

@@ -6,17 +6,20 @@
 #include <gtest/gtest.h>
 #include <boost/exception/get_error_info.hpp>
 #include <boost/filesystem/operations.hpp>
+#include <boost/process/search_path.hpp>
 
 #include "arguments/checker.h"
 #include "common/exception.h"
 #include "factory/factory.h"
 #include "ruk/exception.h"
 #include "support/file_helpers.h"
+#include "support/host_tools.h"
+#include "support/run_program.h"
 #include "support/temp_dir.h"
 #include "support/thrown.h"
 #include "support/trace_capture.h"
 #include "support/vds/vds_material.h"
-#include "vds/signing.h"
+#include "vds/verification_flags.h"
 #include "vds/verifier.h"
 
 // What the tool makes of the service's answers: its messages, the lines for
@@ -26,29 +29,74 @@ namespace integrity_check_tool::vds {
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
+using Outcome = std::pair<std::string, ruk::result_t>;
 using testing::HasSubstr;
 
 const std::vector<TrustedRoot> kAllRoots = {TrustedRoot::Root3520p1, TrustedRoot::Root3020d1,
                                             TrustedRoot::Root4820d1, TrustedRoot::Root4823d1};
+
+// The thrown message and its result code (0 when none is attached).
+template <typename Action>
+Outcome Failure(Action&& action) {
+    const auto error = ict_test::Caught<Exception>(action);
+    if (!error) {
+        return {"(nothing thrown)", 0};
+    }
+    const auto* code = boost::get_error_info<ruk::ResultCodeInfo>(*error);
+    return {error->GetMessage(), code != nullptr ? *code : 0};
+}
+
+Outcome Refusal(const ISignatureVerifier& verifier, const boost::filesystem::path& path) {
+    return Failure([&] { verifier.Verify(path, nullptr); });
+}
+
+// A storage of one container whose size and reads the test decides. Reads
+// report their count without touching the buffer, so a huge size costs nothing.
+struct FakeContainer : storage::IContainer {
+    std::uint64_t size = 0;
+    ruk::result_t sizeResult = 0;
+    ruk::result_t readResult = 0;
+    std::size_t missing = 0;  // bytes a read leaves out
+    int reads = 0;
+
+    storage::ContainerEncoding GetEncoding() const override {
+        return storage::ContainerEncoding::Raw;
+    }
+    ruk::result_t GetSize(std::uint64_t* result) override {
+        *result = size;
+        return sizeResult;
+    }
+    ruk::result_t Read(void*, std::size_t count, std::size_t* read) override {
+        ++reads;
+        *read = count - missing;
+        return readResult;
+    }
+};
+
+struct FakeStorage : storage::IStorage {
+    ruk::intrusive_ptr<FakeContainer> container = ruk::MakeIntrusive<FakeContainer>();
+    ruk::result_t openResult = 0;
+    std::string openedName;
+
+    ruk::result_t OpenContainer(const std::string& name, storage::IContainerPtr* opened) override {
+        openedName = name;
+        if (ruk::Succeeded(openResult)) {
+            *opened = container;
+        }
+        return openResult;
+    }
+};
 
 class VdsVerifierTest : public testing::Test {
 protected:
     boost::filesystem::path Signed(const std::string& name, const std::string& signer,
                                    bool bindName = false) {
         const auto path = dir_ / name;
-        ict_test::WriteBytes(path, Content());
+        ict_test::WriteBytes(path, ict_test::PatternBytes(10000));
         if (!signer.empty()) {
             ict_test::vds::Sign(path, signer, bindName);
         }
         return path;
-    }
-
-    static Bytes Content() {
-        Bytes content(10000);
-        for (std::size_t index = 0; index < content.size(); ++index) {
-            content[index] = static_cast<std::uint8_t>(index % 251);
-        }
-        return content;
     }
 
     VdsSignatureVerifier Make(const boost::optional<boost::filesystem::path>& crl = boost::none,
@@ -67,21 +115,6 @@ protected:
         return crl;
     }
 
-    // The thrown message and its result code (0 when none is attached).
-    template <typename Action>
-    static std::pair<std::string, ruk::result_t> Failure(Action&& action) {
-        const auto error = ict_test::Caught<Exception>(action);
-        if (!error) {
-            return {"(nothing thrown)", 0};
-        }
-        const auto* code = boost::get_error_info<ruk::ResultCodeInfo>(*error);
-        return {error->GetMessage(), code != nullptr ? *code : 0};
-    }
-    static std::pair<std::string, ruk::result_t> Failure(const ISignatureVerifier& verifier,
-                                                         const boost::filesystem::path& path) {
-        return Failure([&] { verifier.Verify(path, nullptr); });
-    }
-
     // The lines written for the user on standard error since the last call.
     std::string TakeErrorLines() {
         const std::string text = err_.str();
@@ -96,91 +129,88 @@ protected:
     ConsoleOutputPtr output_ = std::make_shared<ConsoleOutput>(false, out_, err_);
 };
 
-TEST_F(VdsVerifierTest, SignedFileGivesTheCoveredContentAndSaysRevocationWasNotChecked) {
-    const auto path = Signed("good.dll", "signer");
-    const VdsSignatureVerifier verifier = Make();
-    EXPECT_EQ(verifier.GetName(), "VdsSignatureVerifier");
-    Bytes content = {1, 2, 3};
-    verifier.Verify(path, &content);
-    EXPECT_EQ(content, Content());
-    verifier.Verify(path, nullptr);
-    // Once per file verified.
-    const std::string warning =
-        "Revocation of the signer of " + path.string() + " was not checked: no revocation list\n";
-    EXPECT_EQ(TakeErrorLines(), warning + warning);
-    EXPECT_EQ(out_.str(), "");
-}
-
 TEST_F(VdsVerifierTest, RefusalsGiveTheLiteralLineTheCodeAndTheServicesFlagText) {
     const VdsSignatureVerifier verifier = Make();
     const auto expired = Signed("expired.dll", "signer-expired");
-    const auto [message, code] = Failure(verifier, expired);
-    EXPECT_EQ(message, "Can't verify VDS signature of file " + expired.string() +
-                           ". Flags: Signed|Embedded|RevocationCheckSkipped|Expired");
-    EXPECT_EQ(code, ruk::result::ObjectUntrusted);
+    EXPECT_EQ(Refusal(verifier, expired),
+              Outcome("Can't verify VDS signature of file " + expired.string() +
+                          ". Flags: Signed|Embedded|RevocationCheckSkipped|Expired",
+                      ruk::result::ObjectUntrusted));
     EXPECT_EQ(TakeErrorLines(), "VDS signature of file " + expired.string() +
                                     " failed the checks: Signed|Embedded|RevocationCheckSkipped|"
                                     "Expired\n");
 
     // "Unsigned" has no name in the tool's vocabulary: only the service's text says it.
     const auto unsignedFile = Signed("unsigned.dll", "");
-    EXPECT_EQ(Failure(verifier, unsignedFile).first,
+    EXPECT_EQ(Refusal(verifier, unsignedFile).first,
               "Can't verify VDS signature of file " + unsignedFile.string() + ". Flags: ");
     EXPECT_EQ(TakeErrorLines(),
               "VDS signature of file " + unsignedFile.string() + " failed the checks: Unsigned\n");
 
-    // Neither has "UntrustedRoot": a chain that ends at a root of its own.
-    const auto ownRoot = Signed("own-root.dll", "");
-    ::vds::signing::SignFile(ownRoot, ict_test::vds::Signer("unknown-signer", true), {});
-    EXPECT_THAT(Failure(verifier, ownRoot).first, HasSubstr(". Flags: Signed|Embedded|"));
-    EXPECT_THAT(TakeErrorLines(), HasSubstr("UntrustedRoot"));
-
     const auto missing = dir_ / "absent.dll";
-    const auto [missingMessage, missingCode] = Failure(verifier, missing);
+    const auto [missingMessage, missingCode] = Refusal(verifier, missing);
     EXPECT_EQ(missingMessage, "Can't create IO from file " + missing.string());
     EXPECT_TRUE(ruk::Failed(missingCode));
+    EXPECT_EQ(Refusal(Make(boost::none, {}), expired),
+              Outcome("Can't create VDS verifier", ruk::result::InvalidArgument));
 }
 
-TEST_F(VdsVerifierTest, WithARevocationListTheRevokedSignerIsRefusedAndNothingIsSkipped) {
+TEST(VerificationFlagsTextTest, NamesFollowTheBitOrder) {
+    EXPECT_EQ(VerificationFlagsToText(0), "None");
+    EXPECT_EQ(VerificationFlagsToText(0x1 | 0x4 | 0x800), "Signed|Embedded|Revoked");
+    EXPECT_EQ(VerificationFlagsToText(0xFFFFFFFF),
+              "Signed|Trusted|Embedded|Catalog|RevocationCheckSkipped|CounterSignatureUsed|"
+              "SignatureValueNotMatched|MalformedContent|IncompleteChain|Revoked|Expired|"
+              "InvalidExtension|UnconsumedCriticalExtension|InvalidUsage|InvalidIssuer|"
+              "InvalidBasicContraints|InvalidPurpose|InvalidCertificateSign");
+    // 0x40 and 0x80 (and the high bits) have no name here: nothing is shown for them.
+    EXPECT_EQ(VerificationFlagsToText(0x40 | 0x80), "");
+    EXPECT_EQ(VerificationFlagsToText(0x100000), "");
+}
+
+// A file accepted without a revocation check says so, once per file verified;
+// with a list the revoked signer is refused and nothing is said of the good file.
+TEST_F(VdsVerifierTest, RevocationIsCheckedWithAListAndSaidToBeUncheckedWithoutOne) {
+    const auto path = Signed("good.dll", "signer");
+    Bytes content = {1, 2, 3};
+    Make().Verify(path, &content);
+    EXPECT_EQ(content, ict_test::PatternBytes(10000));
+    Make().Verify(path, nullptr);
+    const std::string warning =
+        "Revocation of the signer of " + path.string() + " was not checked: no revocation list\n";
+    EXPECT_EQ(TakeErrorLines(), warning + warning);
+    EXPECT_EQ(out_.str(), "");
+
     const VdsSignatureVerifier verifier = Make(AllCrls());
-    verifier.Verify(Signed("good.dll", "signer"), nullptr);
+    verifier.Verify(path, nullptr);
     const auto revoked = Signed("revoked.dll", "signer-revoked");
-    EXPECT_EQ(Failure(verifier, revoked).first, "Can't verify VDS signature of file " +
+    EXPECT_EQ(Refusal(verifier, revoked).first, "Can't verify VDS signature of file " +
                                                     revoked.string() +
                                                     ". Flags: Signed|Embedded|Revoked");
-    // No warning for the good file.
     EXPECT_EQ(TakeErrorLines(), "VDS signature of file " + revoked.string() +
                                     " failed the checks: Signed|Embedded|Revoked\n");
 }
 
 TEST_F(VdsVerifierTest, ARevocationListThatYieldsNothingFailsBeforeAnyFile) {
+    using namespace ruk::result;
+    using ict_test::vds::RevocationContainer;
     const auto crl = dir_ / "crl.p7b";
-    struct Case {
-        const char* what;
+    const std::string notDer = " can't be used: it is not a DER-encoded revocation container";
+    const struct {
         Bytes bytes;
         std::string reason;  // after the path
         ruk::result_t code;
+    } cases[] = {
+        {{}, " is empty", 0},
+        {RevocationContainer({}), " can't be used: Not found", NotFound},          // no CRLs at all
+        {RevocationContainer({"3520p1"}), " can't be used: Not found", NotFound},  // some left out
+        {Bytes(5000, 0x41), notDer, InvalidFormat},
     };
-    const Case cases[] = {
-        {"an empty file", {}, " is empty", 0},
-        {"no revocation list at all",
-         {0x30, 0x0B, 0x06, 0x09, 0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x07, 0x02},
-         " can't be used: Invalid data format",
-         ruk::result::InvalidFormat},
-        {"a container without CRLs", ict_test::vds::RevocationContainer({}),
-         " can't be used: Not found", ruk::result::NotFound},
-        {"a database left out", ict_test::vds::RevocationContainer({"3520p1"}),
-         " can't be used: Not found", ruk::result::NotFound},
-        {"not DER", Bytes(5000, 0x41),
-         " can't be used: it is not a DER-encoded revocation container",
-         ruk::result::InvalidFormat},
-    };
-    for (const Case& test : cases) {
-        SCOPED_TRACE(test.what);
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.reason);
         ict_test::WriteBytes(crl, test.bytes);
-        const auto [message, code] = Failure([&] { Make(crl); });
-        EXPECT_EQ(message, "Revocation list " + crl.string() + test.reason);
-        EXPECT_EQ(code, test.code);
+        EXPECT_EQ(Failure([&] { Make(crl); }),
+                  Outcome("Revocation list " + crl.string() + test.reason, test.code));
     }
     // The same "Not found" has two causes, and the log tells them apart.
     EXPECT_TRUE(trace_.Traced("the revocation container holds no revocation database"));
@@ -189,6 +219,62 @@ TEST_F(VdsVerifierTest, ARevocationListThatYieldsNothingFailsBeforeAnyFile) {
     ict_test::WriteBytes(crl, {0x30});
     boost::filesystem::resize_file(crl, 4294967296ull);
     EXPECT_EQ(Failure([&] { Make(crl); }).first, "CRL is too large");
+}
+
+// Each step of reading from storage names itself; the container's result code
+// comes along where the storage gave one. A short read fails even when the
+// read succeeded.
+TEST_F(VdsVerifierTest, EachStepOfReadingTheStorageFailsWithItsOwnMessage) {
+    using namespace ruk::result;
+    const std::string list = "Revocation list " + dir_.Path().string();
+    struct Case {
+        const char* what;
+        ruk::result_t open, size, read;
+        std::uint64_t length;
+        std::size_t missing;
+        int reads;
+        std::string message;
+        ruk::result_t code;
+    };
+    std::vector<Case> cases = {
+        {"open", NotFound, 0, 0, 10, 0, 0, "Failed to open container vdscrl.rdb in storage",
+         NotFound},
+        {"size", 0, IoError, 0, 10, 0, 0, "Can't get size of container vdscrl.rdb", IoError},
+        {"read", 0, 0, InvalidFormat, 10, 0, 1, "Can't read CRL from storage", InvalidFormat},
+        {"short read", 0, 0, 0, 100, 1, 1, "Can't read CRL from storage", 0},
+        {"empty", 0, 0, 0, 0, 0, 1, list + " is empty", 0},
+        {"one byte over 4 GiB - 1", 0, 0, 0, 4294967296ull, 0, 0, "CRL is too large", 0},
+    };
+    // The largest size passes; the zeros read are then no revocation container.
+    const std::string notDer = " can't be used: it is not a DER-encoded revocation container";
+    if (sizeof(std::size_t) >= 8) {
+        cases.push_back({"4 GiB - 1", 0, 0, 0, 4294967295ull, 0, 1, list + notDer, InvalidFormat});
+    }
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.what);
+        const auto fake = ruk::MakeIntrusive<FakeStorage>();
+        fake->openResult = test.open;
+        fake->container->sizeResult = test.size;
+        fake->container->readResult = test.read;
+        fake->container->size = test.length;
+        fake->container->missing = test.missing;
+        VdsSignatureVerifier::Environment environment;
+        boost::filesystem::path opened;
+        environment.openStorage = [&](const boost::filesystem::path& directory,
+                                      storage::IStoragePtr* result) {
+            opened = directory;
+            *result = fake;
+            return ruk::result::Success;
+        };
+        EXPECT_EQ(Failure([&] {
+                      VdsSignatureVerifier(trace_.Tracer(), {TrustedRoot::Root3520p1}, dir_.Path(),
+                                           false, environment);
+                  }),
+                  Outcome(test.message, test.code));
+        EXPECT_EQ(fake->container->reads, test.reads);
+        EXPECT_EQ(fake->openedName, "vdscrl.rdb");
+        EXPECT_EQ(opened, dir_.Path());
+    }
 }
 
 TEST_F(VdsVerifierTest, RootsThatRequireARevocationListRefuseToRunWithoutOne) {
@@ -202,16 +288,6 @@ TEST_F(VdsVerifierTest, RootsThatRequireARevocationListRefuseToRunWithoutOne) {
         .Verify(Signed("other.dll", "signer"), nullptr);
 }
 
-TEST_F(VdsVerifierTest, TheSetOfRootsDecides) {
-    const auto path = Signed("direct.dll", "signer-direct");  // issued by 4823d1
-    Make(boost::none, {TrustedRoot::Root4823d1}).Verify(path, nullptr);
-    EXPECT_THAT(Failure(Make(boost::none, {TrustedRoot::Root3520p1}), path).first,
-                HasSubstr("Flags: Signed|Embedded|RevocationCheckSkipped|IncompleteChain"));
-    const auto [message, code] = Failure(Make(boost::none, {}), path);
-    EXPECT_EQ(message, "Can't create VDS verifier");
-    EXPECT_EQ(code, ruk::result::InvalidArgument);
-}
-
 TEST_F(VdsVerifierTest, FactoryBuildsItFromTheArgumentsWithFileNameBinding) {
     const auto arguments = std::make_shared<CheckerArguments>();
     arguments->SetSignatureType(SignatureType::VdsWithFilename);
@@ -223,21 +299,48 @@ TEST_F(VdsVerifierTest, FactoryBuildsItFromTheArgumentsWithFileNameBinding) {
     EXPECT_EQ(verifier->GetName(), "VdsSignatureVerifier");
     EXPECT_TRUE(trace_.Traced("Using certificate '4823d1' ..."));
     EXPECT_FALSE(trace_.Traced("Using certificate '3020d1' ..."));
-    // The name in the path is bound: a signature without one, or the file
-    // under another name, is refused.
-    EXPECT_THAT(Failure(*verifier, Signed("plain.dll", "signer")).first,
+    // The name in the path is bound: a signature without one is refused.
+    EXPECT_THAT(Refusal(*verifier, Signed("plain.dll", "signer")).first,
                 HasSubstr("SignatureValueNotMatched"));
     verifier->Verify(Signed("Setup.exe", "signer", true), nullptr);
-    boost::filesystem::rename(dir_ / "Setup.exe", dir_ / "setup.exe");
-    EXPECT_THAT(Failure(*verifier, dir_ / "setup.exe").first,
-                HasSubstr("SignatureValueNotMatched"));
 }
 
-TEST(VdsVerifierDeathTest, AnUnknownRootAborts) {
-    ict_test::TraceCapture trace;
-    EXPECT_DEATH(
-        VdsSignatureVerifier(trace.Tracer(), {static_cast<TrustedRoot>(4)}, boost::none, false),
-        "");
+// The revocation policy of a trust set is read at build time; a misspelt
+// root would silently require nothing, so the build refuses it.
+TEST(TrustPolicyTest, OnlyRootNamesMayRequireARevocationList) {
+    ICT_NEEDS_LINUX_TOOL("cmake");
+    const auto cmake = boost::process::search_path("cmake");
+    const struct {
+        const char* policy;
+        bool accepted;
+    } cases[] = {
+        {"# deployment roots without which nothing passes\n3020d1\n4823d1  # the release root\n",
+         true},
+        {"\n   \n", true},
+        {"3020d2\n", false},
+        {"3520p1 4820d1\n", false},  // one name a line
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.policy);
+        ict_test::TempDir dir;
+        boost::filesystem::create_directories(dir / "set" / "roots");
+        ict_test::WriteText(dir / "set" / "roots" / "crl-must-exist.txt", test.policy);
+        ict_test::RunOptions options;
+        options.arguments = {"-DTRUST_DIR=" + (dir / "set").string(),
+                             "-DOUTPUT=" + (dir / "out.cpp").string(),
+                             "-DFILES=roots/crl-must-exist.txt", "-P",
+                             (ict_test::SourceDir() / "trust" / "embed_trust.cmake").string()};
+        const auto run = ict_test::RunProgram(cmake, options);
+        if (test.accepted) {
+            EXPECT_EQ(run.exitCode, 0) << run.Describe();
+            EXPECT_THAT(ict_test::ReadText(dir / "out.cpp"),
+                        HasSubstr("{\"roots/crl-must-exist.txt\", kData0, "));
+        } else {
+            EXPECT_NE(run.exitCode, 0) << run.Describe();
+            // CMake wraps its message; the file and the word are enough.
+            EXPECT_THAT(run.err, HasSubstr("crl-must-exist.txt: unknown"));
+        }
+    }
 }
 
 }  // namespace

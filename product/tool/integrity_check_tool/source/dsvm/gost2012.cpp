@@ -82,11 +82,8 @@ public:
     Parameters(const Parameters&) = delete;
     Parameters& operator=(const Parameters&) = delete;
 
-    void AddKeys(const Gost2012::Blob& first, const Gost2012::Blob& second, bool requireBoth) {
+    void AddKeys(const Gost2012::Blob& first, const Gost2012::Blob& second) {
         for (const auto* blob : {&first, &second}) {
-            if (blob->empty() && !requireBoth) {
-                continue;
-            }
             Check(DsvmParamsAddKey(params_, blob->data(), blob->size()), CantRegisterKeys());
         }
     }
@@ -186,8 +183,7 @@ public:
     ~Impl() { DsvmRelease(); }
 
     void VerifySignature(const boost::filesystem::path& path, const Blob& firstKey,
-                         const Blob& secondKey, bool requireBothKeys,
-                         std::vector<std::uint8_t>* content) const {
+                         const Blob& secondKey, std::vector<std::uint8_t>* content) const {
         tracer_->Trace(trace_level::Detail, Verifying(), path.string());
         // The DSVM object name: the bound file name with one terminating zero.
         const std::u16string bound = SignedFileName(path);
@@ -195,7 +191,7 @@ public:
         name.push_back(u'\0');
 
         Parameters keys;
-        keys.AddKeys(firstKey, secondKey, requireBothKeys);
+        keys.AddKeys(firstKey, secondKey);
         Handle handle;
         handle.PrepareRegistrySet(keys);
 
@@ -228,9 +224,9 @@ Gost2012::Gost2012(TracerPtr tracer) : impl_(std::make_unique<Impl>(std::move(tr
 Gost2012::~Gost2012() = default;
 
 void Gost2012::VerifySignature(const boost::filesystem::path& path, const Blob& firstKey,
-                               const Blob& secondKey, bool requireBothKeys,
+                               const Blob& secondKey, bool /*requireBothKeys*/,
                                std::vector<std::uint8_t>* content) const {
-    impl_->VerifySignature(path, firstKey, secondKey, requireBothKeys, content);
+    impl_->VerifySignature(path, firstKey, secondKey, content);
 }
 
 }  // namespace integrity_check_tool::dsvm

@@ -24,8 +24,8 @@ public:
 
     // Verifies the file's sign-in-object signature against the two key blobs
     // and, given `content`, fills it with the bytes the signature covers.
-    // `requireBothKeys`: both blobs must be valid keys; when false, an empty
-    // blob is left out (a trust set that provides one key of the pair).
+    // Both blobs must be valid keys: `requireBothKeys` is always true here,
+    // since a trust set with a missing key is a broken build.
     // Throws dsvm::Exception naming the failed step and the DSVM result.
     void VerifySignature(const boost::filesystem::path& path, const Blob& firstKey,
                          const Blob& secondKey, bool requireBothKeys,

@@ -55,9 +55,6 @@ public:
     void Verify(const boost::filesystem::path& path,
                 std::vector<std::uint8_t>* content) const override;
 
-    // The revocation container as read (empty without a CRL path).
-    const ZeroedBuffer& GetCrlContainer() const { return crl_; }
-
 private:
     void ReadCrlFromFile(const boost::filesystem::path& file);
     void ReadCrlFromStorage(const boost::filesystem::path& directory,

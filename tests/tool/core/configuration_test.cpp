@@ -2,8 +2,10 @@
 #include <string>
 #include <vector>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "common/configuration_dump.h"
 #include "common/enumerations.h"
 #include "common/exception.h"
 #include "support/thrown.h"
@@ -12,6 +14,7 @@ namespace {
 
 using namespace integrity_check_tool;
 using ict_test::ThrownText;
+using testing::HasSubstr;
 
 // Every name maps to the value of its position and back; a value past the
 // table has no name, and any other text is refused as it was given.
@@ -41,6 +44,34 @@ TEST(EnumerationsTest, TablesHoldTheirNamesInValueOrderAndNothingElse) {
                                "REG_NONE", "REG_QWORD", "REG_QWORD_LITTLE_ENDIAN", "REG_SZ"},
                               "reg_sz");
     ExpectTable<TrustedRoot>({"3520p1", "3020d1", "4820d1", "4823d1"}, "3520P1");
+}
+
+// The dump is a debug aid: what matters is that sections come and go with
+// the configuration and that enumerations are written by name.
+TEST(ConfigurationDumpTest, PresentSectionsWithNamesAndAbsentOnesLeftOut) {
+    EXPECT_EQ(DumpConfiguration(ApplicationConfiguration()),
+              "{\n    \"displayVersion\": \"false\",\n    \"logLevel\": \"600\"\n}\n");
+
+    ApplicationConfiguration configuration;
+    configuration.singleFileCheck = SingleFileCheckSettings{"a.dll", CheckType::Gost2012};
+    GenerateSettings generate;
+    generate.arch = Arch::E2K64;
+    generate.osEdition = OsEdition::Server;
+    configuration.generate = generate;
+    VerifySettings verify;
+    verify.manifestPaths = {"b.xml", "a.xml"};
+    verify.signatureType = SignatureType::VdsWithFilename;
+    configuration.verify = verify;
+    configuration.logFile = boost::filesystem::path("run.log");
+    const std::string dump = DumpConfiguration(configuration);
+    for (const char* text :
+         {"\"checkType\": \"Gost2012\"", "\"arch\": \"E2K64\"", "\"osEdition\": \"Server\"",
+          "\"signatureType\": \"vds-with-filename\"", "\"a.xml\",\n            \"b.xml\"",
+          "\"logFile\": \"run.log\""}) {
+        EXPECT_THAT(dump, HasSubstr(text));
+    }
+    EXPECT_LT(dump.find("\"verify\""), dump.find("\"singleFileCheck\""));
+    EXPECT_EQ(dump.find("\"normalize\""), std::string::npos);
 }
 
 }  // namespace
