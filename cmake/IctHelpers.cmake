@@ -1,11 +1,5 @@
 # Shared build settings and small helpers for every target of the tree.
 
-function(ict_add_optional_subdirectory dir)
-    if(EXISTS "${CMAKE_SOURCE_DIR}/${dir}/CMakeLists.txt")
-        add_subdirectory("${CMAKE_SOURCE_DIR}/${dir}" "${CMAKE_BINARY_DIR}/${dir}")
-    endif()
-endfunction()
-
 # Warnings apply to our own code only; third-party headers come in as SYSTEM.
 add_library(ict_warnings INTERFACE)
 if(CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
@@ -26,28 +20,29 @@ if(ICT_SANITIZE)
     add_link_options(-fsanitize=address,undefined)
 endif()
 
-# ict_library(<name> DIRS <dir>... [FILES <file>...] [DEPS <target>...])
-# A static library made of every .cpp in the given folders. Folders that are
-# still empty give an interface library, so targets can be declared before
-# their code lands.
+# ict_library(<name> SOURCES <file>... [DEPS <target>...] [INCLUDES <dir>...])
+# A static library of exactly the listed sources (relative to the calling
+# folder): a file added to a folder joins a target only when it is listed, and
+# a listed file that is missing stops the configure step.
 function(ict_library name)
-    cmake_parse_arguments(ARG "" "" "DIRS;FILES;DEPS;INCLUDES" ${ARGN})
-    set(sources ${ARG_FILES})
+    cmake_parse_arguments(ARG "" "" "SOURCES;DIRS;DEPS;INCLUDES" ${ARGN})
+    set(sources)
+    foreach(file IN LISTS ARG_SOURCES)
+        if(NOT EXISTS "${CMAKE_CURRENT_SOURCE_DIR}/${file}")
+            message(FATAL_ERROR "${name}: source ${CMAKE_CURRENT_SOURCE_DIR}/${file} does not exist")
+        endif()
+        list(APPEND sources "${CMAKE_CURRENT_SOURCE_DIR}/${file}")
+    endforeach()
     foreach(dir IN LISTS ARG_DIRS)
         file(GLOB found CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/${dir}/*.cpp")
         list(APPEND sources ${found})
     endforeach()
-    if(sources)
-        add_library(${name} STATIC ${sources})
-        target_link_libraries(${name} PUBLIC ${ARG_DEPS} PRIVATE ict_warnings)
-        if(ARG_INCLUDES)
-            target_include_directories(${name} PUBLIC ${ARG_INCLUDES})
-        endif()
-    else()
-        add_library(${name} INTERFACE)
-        target_link_libraries(${name} INTERFACE ${ARG_DEPS})
-        if(ARG_INCLUDES)
-            target_include_directories(${name} INTERFACE ${ARG_INCLUDES})
-        endif()
+    if(NOT sources)
+        message(FATAL_ERROR "${name}: no sources")
+    endif()
+    add_library(${name} STATIC ${sources})
+    target_link_libraries(${name} PUBLIC ${ARG_DEPS} PRIVATE ict_warnings)
+    if(ARG_INCLUDES)
+        target_include_directories(${name} PUBLIC ${ARG_INCLUDES})
     endif()
 endfunction()

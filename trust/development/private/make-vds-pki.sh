@@ -22,7 +22,21 @@
 #   private/vds/crl/<name>.crl.pem                one CRL per root (3520p1 revokes signer-revoked)
 #   private/vds/crl/3520p1-second.crl.pem         a second, empty CRL of 3520p1
 #   private/vds/crl/unknown-root.crl.pem          a CRL of the unknown root
+#   private/vds/tsa.pem|.key.pem                  a time-stamping authority under the signing CA
+#                                                 (ECDSA P-256, extended key usage timeStamping)
+#   private/vds/signer-lapsed.pem|.key.pem        leaf with the purpose, valid only for the first
+#                                                 day of the signing CA: expired, but a timestamp
+#                                                 from that day makes its signatures acceptable
+#
+# `make-vds-pki.sh timestamp` makes only the last two again, under the signing
+# CA already there, and leaves every other file as it is.
 set -euo pipefail
+
+mode=${1:-all}
+if [ "$mode" != all ] && [ "$mode" != timestamp ]; then
+    echo "usage: $0 [timestamp]" >&2
+    exit 2
+fi
 
 here="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
 set_dir="$(dirname "$here")"
@@ -80,6 +94,12 @@ authorityKeyIdentifier = keyid:always
 basicConstraints = critical,CA:FALSE
 keyUsage = critical,digitalSignature
 extendedKeyUsage = $purpose_oid,codeSigning
+subjectKeyIdentifier = hash
+authorityKeyIdentifier = keyid:always
+[ tsa ]
+basicConstraints = critical,CA:FALSE
+keyUsage = critical,digitalSignature
+extendedKeyUsage = critical,timeStamping
 subjectKeyIdentifier = hash
 authorityKeyIdentifier = keyid:always
 [ signer_nopurpose ]
@@ -142,6 +162,31 @@ gencrl() {  # gencrl <ca> <ca pem> <ca key> <out>
         -gencrl -out "$4"
 }
 
+ca_pem=$out/signing-ca.pem
+ca_key=$out/signing-ca.key.pem
+
+# Validity is counted from the signing CA's own start.
+make_timestamp_material() {
+    local ca_start start
+    ca_start=$(openssl x509 -in "$ca_pem" -noout -startdate | cut -d= -f2)
+    stamp() { date -u -d "$1" +%Y%m%d%H%M%SZ; }
+    start=$(stamp "$ca_start")
+    quiet openssl genpkey -algorithm EC -pkeyopt ec_paramgen_curve:P-256 -out "$out/tsa.key.pem"
+    issue signing-ca "$ca_pem" "$ca_key" "/CN=ICT Dev Time-Stamping Authority/O=ICT Development" \
+        tsa "$out/tsa.key.pem" "$out/tsa.pem" -startdate "$start" \
+        -enddate "$(stamp "$ca_start + $days days")"
+    genkey "$out/signer-lapsed.key.pem" gost2012_256 A
+    issue signing-ca "$ca_pem" "$ca_key" "/CN=ICT Dev VDS Signer Lapsed/O=ICT Development" signer \
+        "$out/signer-lapsed.key.pem" "$out/signer-lapsed.pem" -startdate "$start" \
+        -enddate "$(stamp "$ca_start + 1 day")"
+}
+
+if [ "$mode" = timestamp ]; then
+    make_ca_db signing-ca
+    make_timestamp_material
+    exit 0
+fi
+
 # Roots, sized like the deployment's certificates.
 declare -A root_size=([3520p1]=470 [3020d1]=471 [4820d1]=481 [4823d1]=471)
 declare -A root_paramset=([3520p1]=A [3020d1]=B [4820d1]=C [4823d1]=A)
@@ -163,8 +208,6 @@ genkey "$out/signing-ca.key.pem" gost2012_256 A
 issue 3520p1 "$root_pem" "$root_key" "/CN=ICT Dev VDS Signing CA/O=ICT Development" sub_ca \
     "$out/signing-ca.key.pem" "$out/signing-ca.pem"
 make_ca_db signing-ca
-ca_pem=$out/signing-ca.pem
-ca_key=$out/signing-ca.key.pem
 
 genkey "$out/signer.key.pem" gost2012_256 A
 issue signing-ca "$ca_pem" "$ca_key" "/CN=ICT Dev VDS Signer/O=ICT Development" signer \
@@ -209,6 +252,8 @@ done
 make_ca_db 3520p1-second
 gencrl 3520p1-second "$root_pem" "$root_key" "$out/crl/3520p1-second.crl.pem"
 gencrl unknown "$out/unknown-root.pem" "$out/unknown-root.key.pem" "$out/crl/unknown-root.crl.pem"
+
+make_timestamp_material
 
 for name in 3520p1 3020d1 4820d1 4823d1; do
     printf '%s %s bytes\n' "$name" "$(wc -c <"$set_dir/roots/$name.der")"

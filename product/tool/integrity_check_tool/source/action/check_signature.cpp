@@ -1,13 +1,8 @@
 #include "action/check_signature.h"
 
-#include <set>
-
-#include "action/manifest_loading.h"
 #include "common/exception.h"
 #include "common/message_format.h"
-#include "manifest/filter_evaluator.h"
 #include "manifest/manifest_operations.h"
-#include "system_info.h"
 
 namespace integrity_check_tool::action {
 namespace {
@@ -21,8 +16,8 @@ const char* SignatureFailure() {
 
 }  // namespace
 
-CheckSignature::CheckSignature(VerifySettings settings, TracerPtr tracer,
-                               std::shared_ptr<const Factory> factory, RunStatisticsPtr statistics)
+CheckSignature::CheckSignature(VerifySettings settings, TracerPtr tracer, IFactoryPtr factory,
+                               RunStatisticsPtr statistics)
     : ManifestAction(std::move(settings), std::move(tracer), std::move(factory),
                      std::move(statistics)) {}
 
@@ -34,13 +29,7 @@ void CheckSignature::Process() {
     // Made first: an unusable verifier fails before any file is read.
     const ISignatureVerifierPtr verifier = factory_->CreateSignatureVerifier();
 
-    const SystemInfo system(
-        std::set<std::string>(settings_.definitions.begin(), settings_.definitions.end()));
-    const FilterEvaluator filter(tracer_, system);
-    LoadedManifests loaded = LoadManifests(settings_.manifestPaths, tracer_, filter);
-    if (settings_.singleFilePath) {
-        SelectSingleFile(loaded, *settings_.singleFilePath, manifestName_, *tracer_);
-    }
+    LoadedManifests loaded = LoadRunManifests();
 
     // Only files carry signatures: filtered registry records are not this mode's objects.
     for (const auto& file : loaded.filtered.files) {

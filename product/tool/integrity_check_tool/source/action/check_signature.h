@@ -4,9 +4,9 @@
 #include <string>
 
 #include "action/manifest_action.h"
+#include "check/i_factory.h"
 #include "common/configuration.h"
 #include "common/run_statistics.h"
-#include "factory/factory.h"
 #include "tracer.h"
 
 namespace integrity_check_tool::action {
@@ -16,8 +16,8 @@ namespace integrity_check_tool::action {
 // signature verifier; each is counted under "Files".
 class CheckSignature : public ManifestAction {
 public:
-    CheckSignature(VerifySettings settings, TracerPtr tracer,
-                   std::shared_ptr<const Factory> factory, RunStatisticsPtr statistics);
+    CheckSignature(VerifySettings settings, TracerPtr tracer, IFactoryPtr factory,
+                   RunStatisticsPtr statistics);
 
     std::string GetName() const override;
 

@@ -23,7 +23,7 @@ const char* CheckFailed() {
 }  // namespace
 
 CheckSingleFile::CheckSingleFile(SingleFileCheckSettings settings, TracerPtr tracer,
-                                 std::shared_ptr<const Factory> factory, ConsoleOutputPtr output)
+                                 IFactoryPtr factory, ConsoleOutputPtr output)
     : settings_(std::move(settings)),
       tracer_(std::move(tracer)),
       factory_(std::move(factory)),

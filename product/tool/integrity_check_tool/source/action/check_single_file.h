@@ -4,9 +4,9 @@
 #include <string>
 
 #include "action/i_action.h"
+#include "check/i_factory.h"
 #include "common/configuration.h"
 #include "common/console_output.h"
-#include "factory/factory.h"
 #include "tracer.h"
 
 namespace integrity_check_tool::action {
@@ -15,8 +15,8 @@ namespace integrity_check_tool::action {
 // it in hexadecimal form as the result.
 class CheckSingleFile : public IAction {
 public:
-    CheckSingleFile(SingleFileCheckSettings settings, TracerPtr tracer,
-                    std::shared_ptr<const Factory> factory, ConsoleOutputPtr output);
+    CheckSingleFile(SingleFileCheckSettings settings, TracerPtr tracer, IFactoryPtr factory,
+                    ConsoleOutputPtr output);
 
     std::string GetName() const override;
     // False, with the reason on the error stream, when the value can't be evaluated.
@@ -25,7 +25,7 @@ public:
 private:
     SingleFileCheckSettings settings_;
     TracerPtr tracer_;
-    std::shared_ptr<const Factory> factory_;
+    IFactoryPtr factory_;
     ConsoleOutputPtr output_;
 };
 

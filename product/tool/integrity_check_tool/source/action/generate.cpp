@@ -8,7 +8,6 @@
 #include "common/message_format.h"
 #include "common/run_statistics.h"
 #include "common/trace_level.h"
-#include "factory/factory.h"
 #include "generate/generation_config.h"
 #include "generate/manifest_generator.h"
 #include "generate/progress_counter.h"
@@ -46,7 +45,7 @@ constexpr std::size_t kProgressEvery = 100;
 
 }  // namespace
 
-Generate::Generate(std::shared_ptr<const Factory> factory, ConsoleOutputPtr output)
+Generate::Generate(IFactoryPtr factory, ConsoleOutputPtr output)
     : factory_(std::move(factory)), output_(std::move(output)) {}
 
 std::string Generate::GetName() const {

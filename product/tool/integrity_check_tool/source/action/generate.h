@@ -3,11 +3,8 @@
 #include <memory>
 
 #include "action/i_action.h"
+#include "check/i_factory.h"
 #include "common/console_output.h"
-
-namespace integrity_check_tool {
-class Factory;
-}
 
 namespace integrity_check_tool::action {
 
@@ -17,13 +14,13 @@ namespace integrity_check_tool::action {
 // the action fails; the summary of generated objects ends the output.
 class Generate : public IAction {
 public:
-    Generate(std::shared_ptr<const Factory> factory, ConsoleOutputPtr output);
+    Generate(IFactoryPtr factory, ConsoleOutputPtr output);
 
     std::string GetName() const override;
     bool Execute() override;
 
 private:
-    std::shared_ptr<const Factory> factory_;
+    IFactoryPtr factory_;
     ConsoleOutputPtr output_;
 };
 

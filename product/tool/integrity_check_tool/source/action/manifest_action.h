@@ -4,9 +4,10 @@
 #include <string>
 
 #include "action/i_action.h"
+#include "action/manifest_loading.h"
+#include "check/i_factory.h"
 #include "common/configuration.h"
 #include "common/run_statistics.h"
-#include "factory/factory.h"
 #include "tracer.h"
 
 namespace integrity_check_tool::action {
@@ -22,12 +23,16 @@ public:
     virtual void Process() = 0;
 
 protected:
-    ManifestAction(VerifySettings settings, TracerPtr tracer,
-                   std::shared_ptr<const Factory> factory, RunStatisticsPtr statistics);
+    ManifestAction(VerifySettings settings, TracerPtr tracer, IFactoryPtr factory,
+                   RunStatisticsPtr statistics);
+
+    // The run's manifests read, merged and filtered for this system (and the
+    // run's definitions), narrowed to the single file when one is asked for.
+    LoadedManifests LoadRunManifests() const;
 
     VerifySettings settings_;
     TracerPtr tracer_;
-    std::shared_ptr<const Factory> factory_;
+    IFactoryPtr factory_;
     RunStatisticsPtr statistics_;
     std::string manifestName_;
 };

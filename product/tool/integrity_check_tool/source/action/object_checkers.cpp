@@ -4,7 +4,7 @@
 
 namespace integrity_check_tool::action {
 
-IFileCheckerPtr CreateObjectFileChecker(const Factory& factory,
+IFileCheckerPtr CreateObjectFileChecker(const IFactory& factory,
                                         const std::vector<CheckInfo>& checks) {
     if (checks.size() == 1) {
         return factory.CreateFileChecker(checks.front());
@@ -16,7 +16,7 @@ IFileCheckerPtr CreateObjectFileChecker(const Factory& factory,
     return std::make_shared<check::AnyOf>(factory.GetTracer(), std::move(members));
 }
 
-IRegistryCheckerPtr CreateObjectRegistryChecker(const Factory& factory,
+IRegistryCheckerPtr CreateObjectRegistryChecker(const IFactory& factory,
                                                 const std::vector<CheckInfo>& checks) {
     if (checks.size() == 1) {
         return factory.CreateRegistryChecker(checks.front());

@@ -1,14 +1,9 @@
 #include "action/verify.h"
 
-#include <set>
-
-#include "action/manifest_loading.h"
 #include "action/object_checkers.h"
 #include "common/exception.h"
 #include "common/message_format.h"
-#include "manifest/filter_evaluator.h"
 #include "manifest/manifest_operations.h"
-#include "system_info.h"
 
 namespace integrity_check_tool::action {
 namespace {
@@ -29,7 +24,7 @@ std::string Describe(const char* word, const std::string& name) {
 
 }  // namespace
 
-Verify::Verify(VerifySettings settings, TracerPtr tracer, std::shared_ptr<const Factory> factory,
+Verify::Verify(VerifySettings settings, TracerPtr tracer, IFactoryPtr factory,
                RunStatisticsPtr statistics)
     : ManifestAction(std::move(settings), std::move(tracer), std::move(factory),
                      std::move(statistics)) {}
@@ -39,13 +34,7 @@ std::string Verify::GetName() const {
 }
 
 void Verify::Process() {
-    const SystemInfo system(
-        std::set<std::string>(settings_.definitions.begin(), settings_.definitions.end()));
-    const FilterEvaluator filter(tracer_, system);
-    LoadedManifests loaded = LoadManifests(settings_.manifestPaths, tracer_, filter);
-    if (settings_.singleFilePath) {
-        SelectSingleFile(loaded, *settings_.singleFilePath, manifestName_, *tracer_);
-    }
+    LoadedManifests loaded = LoadRunManifests();
     tracer_->Trace(trace_level::Detail, Verifying(),
                    Describe(object_word::Manifest, manifestName_));
 

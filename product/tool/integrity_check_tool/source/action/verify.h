@@ -4,9 +4,9 @@
 #include <string>
 
 #include "action/manifest_action.h"
+#include "check/i_factory.h"
 #include "common/configuration.h"
 #include "common/run_statistics.h"
-#include "factory/factory.h"
 #include "manifest/manifest.h"
 #include "tracer.h"
 
@@ -16,7 +16,7 @@ namespace integrity_check_tool::action {
 // registry key with its values, counting each object in the run statistics.
 class Verify : public ManifestAction {
 public:
-    Verify(VerifySettings settings, TracerPtr tracer, std::shared_ptr<const Factory> factory,
+    Verify(VerifySettings settings, TracerPtr tracer, IFactoryPtr factory,
            RunStatisticsPtr statistics);
 
     std::string GetName() const override;

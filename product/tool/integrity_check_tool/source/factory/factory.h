@@ -6,13 +6,7 @@
 #include <boost/filesystem/path.hpp>
 
 #include "action/i_action.h"
-#include "check/i_checkers.h"
-#include "check/i_value_provider.h"
-#include "common/configuration.h"
-#include "data_object/i_data_object.h"
-#include "manifest/manifest.h"
-#include "signature/i_signature_verifier.h"
-#include "tracer.h"
+#include "check/i_factory.h"
 
 namespace integrity_check_tool {
 
@@ -24,27 +18,26 @@ class CheckerArguments;
 //
 // The operations are defined in several files by area: factory_actions.cpp,
 // factory_checks.cpp and factory_signature.cpp.
-class Factory : public std::enable_shared_from_this<Factory> {
+class Factory : public IFactory, public std::enable_shared_from_this<Factory> {
 public:
     Factory(TracerPtr tracer, std::shared_ptr<const ApplicationConfiguration> configuration,
             std::shared_ptr<const CheckerArguments> arguments);
-    virtual ~Factory() = default;
 
     // One "Composite" action holding, in order, every action whose
     // configuration section is present: version display, generate, verify
     // (or signature check), normalize, single-file check.
     virtual action::IActionPtr CreateAction();
 
-    virtual ISignatureVerifierPtr CreateSignatureVerifier() const;
-    virtual IFileCheckerPtr CreateFileChecker(const CheckInfo& check) const;
-    virtual IRegistryCheckerPtr CreateRegistryChecker(const CheckInfo& check) const;
-    virtual IDataObjectPtr CreateFile(const boost::filesystem::path& path) const;
-    virtual IDataObjectPtr CreateRegistry(const std::string& valueName, const std::string& keyPath,
-                                          RegistryType expectedType) const;
-    virtual IValueProviderPtr CreateValueProvider(CheckType type) const;
+    ISignatureVerifierPtr CreateSignatureVerifier() const override;
+    IFileCheckerPtr CreateFileChecker(const CheckInfo& check) const override;
+    IRegistryCheckerPtr CreateRegistryChecker(const CheckInfo& check) const override;
+    IDataObjectPtr CreateFile(const boost::filesystem::path& path) const override;
+    IDataObjectPtr CreateRegistry(const std::string& valueName, const std::string& keyPath,
+                                  RegistryType expectedType) const override;
+    IValueProviderPtr CreateValueProvider(CheckType type) const override;
 
-    const TracerPtr& GetTracer() const { return tracer_; }
-    const std::shared_ptr<const ApplicationConfiguration>& GetConfiguration() const {
+    const TracerPtr& GetTracer() const override { return tracer_; }
+    const std::shared_ptr<const ApplicationConfiguration>& GetConfiguration() const override {
         return configuration_;
     }
     const std::shared_ptr<const CheckerArguments>& GetArguments() const { return arguments_; }

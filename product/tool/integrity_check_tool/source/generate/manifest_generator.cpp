@@ -122,9 +122,8 @@ struct ManifestGenerator::PendingFile {
     std::vector<CheckInfo> checks;  // the values had before any failure
 };
 
-ManifestGenerator::ManifestGenerator(std::shared_ptr<const Factory> factory,
-                                     ConsoleOutputPtr output, RunStatistics& statistics,
-                                     ProgressCounter& progress)
+ManifestGenerator::ManifestGenerator(IFactoryPtr factory, ConsoleOutputPtr output,
+                                     RunStatistics& statistics, ProgressCounter& progress)
     : factory_(std::move(factory)),
       tracer_(factory_->GetTracer()),
       output_(std::move(output)),

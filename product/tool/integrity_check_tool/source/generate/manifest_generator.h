@@ -10,10 +10,10 @@
 
 #include <boost/filesystem/path.hpp>
 
+#include "check/i_factory.h"
 #include "common/configuration.h"
 #include "common/console_output.h"
 #include "common/run_statistics.h"
-#include "factory/factory.h"
 #include "generate/generation_config.h"
 #include "generate/progress_counter.h"
 #include "manifest/environment.h"
@@ -28,8 +28,8 @@ namespace integrity_check_tool::generate {
 // configured, with their placeholders and backslashes.
 class ManifestGenerator {
 public:
-    ManifestGenerator(std::shared_ptr<const Factory> factory, ConsoleOutputPtr output,
-                      RunStatistics& statistics, ProgressCounter& progress);
+    ManifestGenerator(IFactoryPtr factory, ConsoleOutputPtr output, RunStatistics& statistics,
+                      ProgressCounter& progress);
 
     // The manifest, or null when any object failed; every failure has been
     // reported as "Generation of %1% %2% failed. Reason: ..." and counted.
@@ -74,7 +74,7 @@ private:
     void ReportFailure(std::size_t kind, const char* word, const std::string& name,
                        const std::string& reason);
 
-    std::shared_ptr<const Factory> factory_;
+    IFactoryPtr factory_;
     TracerPtr tracer_;
     ConsoleOutputPtr output_;
     RunStatistics& statistics_;
