@@ -23,6 +23,9 @@ struct SeededValue {
     std::string bytes;
 };
 
+// `printf '\xde\xad\xbe\xef' | openssl dgst -engine gost -md_gost12_256 -binary | base64`
+const char* const kBinaryGost2012 = "gyAgHKi5wHClDGU8WzeezrySV3RbmAUksmSePSGkJ8o=";
+
 const std::vector<SeededValue> kEveryType = {
     {"", "REG_SZ", "@=\"default text\"", std::string("default text", 13)},
     {"Sz", "REG_SZ", "\"Sz\"=\"text\"", std::string("text", 5)},
@@ -79,10 +82,28 @@ TEST(RegistryUnderWine, EveryTypeEveryRootPrefixAndEachFailureReadTheRealRegistr
          0,
          "0 / 0 / 1\n\tRegistry values: 0 / 0 / 8",
          {}},
+        {"hashes of the bytes",
+         Registry(hklm, Value("Sz", "REG_SZ", "Sha256", e2e::Sha256Base64(std::string("text", 5))) +
+                            Value("Binary", "REG_BINARY", "Gost2012", kBinaryGost2012)),
+         0,
+         "0 / 0 / 1\n\tRegistry values: 0 / 0 / 2",
+         {}},
+        {"wrong data, each check its own text",
+         Registry(hklm, Value("Sz", "REG_SZ", "Value", e2e::Base64("textx")) +
+                            Value("Dword", "REG_DWORD", "Sha256", e2e::Sha256Base64("x")) +
+                            Value("Binary", "REG_BINARY", "Gost2012", e2e::Sha256Base64("x"))),
+         1,
+         "1 / 0 / 0\n\tRegistry values: 3 / 0 / 0",
+         {"Verification mismatch with 'Value' checker. Reason: Registry key Sz in " + hklm +
+              " has unexpected value",
+          "Verification mismatch with 'Sha256' checker. Reason: Registry key Dword in " + hklm +
+              " has unexpected hash ",
+          "Verification mismatch with 'Gost2012' checker. Reason: Registry key Binary in " + hklm +
+              " has unexpected hash "}},
         {"every root prefix", prefixes, 0, "", {}},
         {"existence of values and keys",
-         Registry(hklm, Value("Sz", "REG_SZ", "Exists") + Value("Absent", "REG_SZ", "NotExists") +
-                            Value("Gone", "REG_SZ", "Exists") +
+         Registry(hklm, Value("Gone", "REG_SZ", "Exists") + Value("Sz", "REG_SZ", "Exists") +
+                            Value("Absent", "REG_SZ", "NotExists") +
                             Value("Dword", "REG_DWORD", "NotExists")) +
              Registry(hklm + "\\Missing", Value("Sz", "REG_SZ", "Exists")),
          1,
@@ -90,12 +111,15 @@ TEST(RegistryUnderWine, EveryTypeEveryRootPrefixAndEachFailureReadTheRealRegistr
          {"Registry key Gone not exists in " + hklm, "Registry key Dword exists in " + hklm,
           "Registry key Sz not exists in " + hklm + "\\Missing"}},
         {"read failure and types",
-         Registry(hklm,
-                  Value("Gone", "REG_SZ", "Value", "AA==") + Value("Sz", "REG_BINARY", "Exists")),
+         Registry(hklm, Value("Gone", "REG_SZ", "Value", "AA==") +
+                            Value("Sz", "REG_BINARY", "Exists") +
+                            Value("Dword", "REG_DWORD_LITTLE_ENDIAN", "Exists")),
          1,
-         "1 / 0 / 0\n\tRegistry values: 2 / 0 / 0",
+         "1 / 0 / 0\n\tRegistry values: 3 / 0 / 0",
          {"Can't read or access registry value 'Gone" + in + ". Reason: ",
-          "Registry value 'Sz" + in + " has unexpected type 'REG_SZ' != expected 'REG_BINARY'"}},
+          "Registry value 'Sz" + in + " has unexpected type 'REG_SZ' != expected 'REG_BINARY'",
+          "Registry value 'Dword" + in +
+              " has unexpected type 'REG_DWORD' != expected 'REG_DWORD_LITTLE_ENDIAN'"}},
         {"unknown prefixes",
          Registry("hklm\\" + tail, Value("Sz", "REG_SZ", "Exists")) +
              Registry("HKLM", Value("Sz", "REG_SZ", "Exists")),

@@ -1,8 +1,12 @@
 #include "wine_support.h"
 
+#include <chrono>
 #include <stdexcept>
 
 #include <boost/algorithm/string/replace.hpp>
+#include <boost/process/child.hpp>
+#include <boost/process/io.hpp>
+#include <boost/process/pipe.hpp>
 #include <boost/process/search_path.hpp>
 
 namespace wine_e2e {
@@ -50,17 +54,50 @@ ict_test::RunResult RunUnderWine(const fs::path& program, ict_test::RunOptions o
     return run;
 }
 
-void ImportRegistry(const std::string& regedit4Text) {
-    // Wine keeps HKEY_USERS\S-1-5-18 in memory only, gone when its server
-    // stops a few seconds after the last program: a persistent server keeps
-    // the seed until the checker reads it (one already running says so and
-    // stays).
-    ict_test::RunOptions persistent;
-    persistent.arguments = {"-p"};
-    const fs::path server = boost::process::search_path("wineserver");
-    if (!server.empty()) {
-        ict_test::RunProgram(server, persistent);
+namespace {
+
+// Wine keeps HKEY_USERS\S-1-5-18 in memory only: it is gone when the server
+// stops, a few seconds after its last program ends, and on a busy machine
+// that can fall between the seeding and the checker's read. A Wine command
+// interpreter reading its standard input keeps the server, and the seed,
+// until this test process ends. It answers once before the seeding, so the
+// server is up by then; its streams are its own pipes, so nothing Wine starts
+// from it can hold the test's output open.
+class ServerKeeper {
+public:
+    ServerKeeper()
+        : child_(Wine(), "cmd.exe", boost::process::std_in < input_,
+                 boost::process::std_out > output_,
+                 boost::process::std_err > boost::process::null) {
+        // The command text holds "%OS%", the answer its value.
+        input_ << "echo ict-keeper-%OS%" << std::endl;
+        std::string line;
+        while (std::getline(output_, line)) {
+            if (line.find("ict-keeper-Windows_NT") != std::string::npos) {
+                return;
+            }
+        }
+        throw std::runtime_error("wine cmd.exe ended before it answered");
     }
+    ServerKeeper(const ServerKeeper&) = delete;
+    ServerKeeper& operator=(const ServerKeeper&) = delete;
+    ~ServerKeeper() {
+        input_.pipe().close();
+        if (!child_.wait_for(std::chrono::seconds(10))) {
+            child_.terminate();
+        }
+    }
+
+private:
+    boost::process::opstream input_;
+    boost::process::ipstream output_;
+    boost::process::child child_;
+};
+
+}  // namespace
+
+void ImportRegistry(const std::string& regedit4Text) {
+    static ServerKeeper keeper;
     ict_test::TempDir dir;
     ict_test::WriteText(dir / "seed.reg", regedit4Text);
     ict_test::RunOptions options;
