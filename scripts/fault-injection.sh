@@ -234,13 +234,23 @@ while [[ $# -gt 0 ]]; do
 done
 
 load_faults
+# A lookup table, not a pipe into `grep -q`: under pipefail a grep that stops
+# reading early fails the writer, and a named fault would be left out unseen.
+declare -A wanted=()
+for id in "${selected[@]}"; do
+    wanted[$id]=1
+done
 chosen=()
 for i in "${!ids[@]}"; do
-    if [[ ${#selected[@]} -eq 0 ]] || printf '%s\n' "${selected[@]}" | grep -qx "${ids[i]}"; then
+    if [[ ${#selected[@]} -eq 0 || -n "${wanted[${ids[i]}]:-}" ]]; then
         chosen+=("$i")
+        unset "wanted[${ids[i]}]"
     fi
 done
-[[ ${#chosen[@]} -gt 0 ]] || { echo "no fault matches: ${selected[*]}" >&2; exit 2; }
+if [[ ${#wanted[@]} -gt 0 ]]; then
+    echo "no such fault: ${!wanted[*]}" >&2
+    exit 2
+fi
 
 if [[ $mode == check ]]; then
     bad=0

@@ -2,27 +2,14 @@
 // trailer and block are located, every property is asked for, the object is
 // hashed and verified against the development release keys. Nothing may read
 // outside the object, crash or leak, whatever the sizes inside claim.
-#include <algorithm>
-#include <cstddef>
-#include <cstdint>
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
-#include <string>
-#include <vector>
 
 #include "dsvm/dsvm.h"
+#include "fuzz_input.h"
 
 namespace {
 
 DsvmHandle* gHandle = nullptr;
-
-std::vector<std::uint8_t> ReadKey(const std::string& name) {
-    std::ifstream stream(std::string(ICT_SOURCE_DIR) + "/trust/development/dsvm/" + name,
-                         std::ios::binary);
-    return std::vector<std::uint8_t>(std::istreambuf_iterator<char>(stream),
-                                     std::istreambuf_iterator<char>());
-}
 
 // Reads from a copy of exactly the input's size, so that any read beyond it
 // is an overflow the address sanitizer reports.
@@ -31,10 +18,7 @@ struct Object {
     static int Read(void* context, std::uint64_t offset, void* buffer, std::size_t size,
                     std::size_t* bytesRead) {
         const auto* self = static_cast<const Object*>(context);
-        if (offset > self->bytes.size() || size > self->bytes.size() - offset) {
-            std::abort();  // the library promised to stay inside the object
-        }
-        std::copy_n(self->bytes.data() + offset, size, static_cast<std::uint8_t*>(buffer));
+        ict_fuzz::CopyInside(self->bytes.data(), self->bytes.size(), offset, buffer, size);
         *bytesRead = size;
         return 0;
     }
@@ -49,7 +33,7 @@ extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
     DsvmParams* keys = nullptr;
     DsvmParamsCreate(&keys);
     for (const char* name : {"release-1.der", "release-2.der"}) {
-        const std::vector<std::uint8_t> blob = ReadKey(name);
+        const auto blob = ict_fuzz::ReadSourceFile(std::string("trust/development/dsvm/") + name);
         if (DsvmParamsAddKey(keys, blob.data(), blob.size()) != DSVM_OK) {
             std::abort();
         }

@@ -1,23 +1,12 @@
 // Feeds arbitrary objects to the VDS core: the trailer, the CMS parser, the
 // signed attributes and the chain checks must refuse anything malformed
 // without reading outside the object.
-#include <cstdint>
-#include <cstring>
-#include <fstream>
-#include <iterator>
-#include <string>
-#include <vector>
-
+#include "fuzz_input.h"
 #include "vds/vds_core.h"
 
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
-
-Bytes ReadFile(const std::string& path) {
-    std::ifstream stream(path, std::ios::binary);
-    return Bytes(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
-}
 
 struct Object {
     const std::uint8_t* data;
@@ -26,10 +15,7 @@ struct Object {
 
 bool Read(void* context, std::uint64_t offset, void* buffer, std::size_t size, std::size_t* read) {
     const auto* object = static_cast<const Object*>(context);
-    if (offset > object->size || size > object->size - offset) {
-        __builtin_trap();  // the core asked for bytes outside the object
-    }
-    std::memcpy(buffer, object->data + offset, size);
+    ict_fuzz::CopyInside(object->data, object->size, offset, buffer, size);
     *read = size;
     return true;
 }
@@ -41,7 +27,7 @@ VdsVerifier* MakeVerifier() {
     std::vector<Bytes> roots;
     for (const char* name : {"3520p1", "3020d1", "4820d1", "4823d1"}) {
         roots.push_back(
-            ReadFile(std::string(ICT_SOURCE_DIR) + "/trust/development/roots/" + name + ".der"));
+            ict_fuzz::ReadSourceFile("trust/development/roots/" + std::string(name) + ".der"));
     }
     std::vector<VdsBlob> blobs;
     for (const auto& root : roots) {

@@ -19,6 +19,7 @@ using ict_test::FileRecord;
 using ict_test::ManifestText;
 using ict_test::Sha256Base64;
 using ict_test::Sha256Check;
+using ict_test::Sha256Hex;
 using ict_test::ValueCheck;
 
 // A "File" record with one "Exists" check.
@@ -92,37 +93,26 @@ inline void SignVds(const boost::filesystem::path& file, const std::string& sign
 }
 
 // Signs with a development DSVM key ("release-1", "test-2", "foreign", ...).
-inline void SignDsvm(const std::string& key, const std::vector<boost::filesystem::path>& files) {
-    std::vector<std::string> arguments = {"dsvm", "--key",
-                                          (PrivateDir() / "dsvm" / (key + ".pem")).string()};
-    for (const auto& file : files) {
-        arguments.push_back(file.string());
-    }
-    MustRun(SignerPath(), arguments);
+inline void SignDsvm(const std::string& key, const boost::filesystem::path& file) {
+    MustRun(SignerPath(),
+            {"dsvm", "--key", (PrivateDir() / "dsvm" / (key + ".pem")).string(), file.string()});
 }
 
-// Packs the CRLs of the named development roots into `target`: a container
+// Packs the CRLs of the four development roots into `target`: a container
 // file ("file"), or a storage directory holding it raw ("raw") or
 // compressed ("compressed").
 inline boost::filesystem::path PackCrls(const boost::filesystem::path& target,
-                                        const std::string& mode,
-                                        const std::vector<std::string>& roots = {
-                                            "3520p1", "3020d1", "4820d1", "4823d1"}) {
+                                        const std::string& mode) {
     std::vector<std::string> arguments = {mode == "file" ? "--file" : "--out", target.string()};
     if (mode == "compressed") {
         arguments.push_back("--compress");
     }
-    for (const auto& root : roots) {
-        arguments.push_back((PrivateDir() / "vds" / "crl" / (root + ".crl.pem")).string());
+    for (const char* root : {"3520p1", "3020d1", "4820d1", "4823d1"}) {
+        arguments.push_back(
+            (PrivateDir() / "vds" / "crl" / (std::string(root) + ".crl.pem")).string());
     }
     MustRun(BinaryDir() / "tools" / "crl_container" / "integrity_crl_container", arguments);
     return target;
-}
-
-// The literal failure line of a file whose VDS signature did not verify.
-inline std::string VdsFailure(const std::string& path, const std::string& flags) {
-    return "file " + path + " failed. Reason: Can't verify VDS signature of file " + path +
-           ". Flags: " + flags + "\n";
 }
 
 }  // namespace ict_test::e2e

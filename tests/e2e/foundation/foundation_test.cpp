@@ -15,8 +15,6 @@ namespace {
 namespace fs = boost::filesystem;
 using testing::EndsWith;
 using testing::HasSubstr;
-using testing::Not;
-using testing::StartsWith;
 
 const char* const kHelp =
     "Use to check if the manifest file is in the same folder: integrity_checker [options]\n"
@@ -48,9 +46,7 @@ protected:
 
 TEST_F(FoundationE2eTest, HelpAloneOrWithOtherOptionsPrintsOnlyTheHelp) {
     for (const auto& arguments : std::vector<std::vector<std::string>>{
-             {"--help"},
-             {"--verbose", "--help", "--trace", "t.log", "--define", "x", "missing.xml"},
-             {"--version", "--help"}}) {
+             {"--help"}, {"--verbose", "--help", "--trace", "t.log", "--version", "missing.xml"}}) {
         const auto run = Run(arguments);
         EXPECT_EQ(run.exitCode, 0) << run.Describe();
         EXPECT_EQ(run.out, kHelp);
@@ -62,84 +58,52 @@ TEST_F(FoundationE2eTest, HelpAloneOrWithOtherOptionsPrintsOnlyTheHelp) {
 
 TEST_F(FoundationE2eTest, VersionNeedsNoManifestAndTheTraceFileGetsTheStartUpLines) {
     ASSERT_FALSE(fs::exists(ict_test::CheckerPath().parent_path() / "integrity_check.xml"));
-    auto run = Run({"--version"});
+    // Appending to a trace file is the tracer's test; a run starts its part
+    // with the start-up lines.
+    const auto log = dir_ / "run.log";
+    const auto run = Run({"--version", "--trace", log.string()});
     EXPECT_EQ(run.exitCode, 0) << run.Describe();
     EXPECT_EQ(run.out, kVersionLine + "SUCCEEDED\n");
     EXPECT_EQ(run.err, "");
-
-    // An existing trace file is appended to; each run starts its own part.
-    const auto log = dir_ / "logs" / "run.log";
-    ict_test::WriteText(log, "an earlier run\n");
-    for (int index = 0; index < 2; ++index) {
-        run = Run({"--version", "--trace", log.string()});
-        EXPECT_EQ(run.exitCode, 0) << run.Describe();
-        EXPECT_EQ(run.out, kVersionLine + "SUCCEEDED\n");
-        EXPECT_EQ(run.err, "");
-    }
     const std::string text = ict_test::ReadText(log);
-    EXPECT_THAT(text, StartsWith("an earlier run\n"));
-    const auto first = text.find(std::string(" START Version ") + ICT_PRODUCT_VERSION + "\n");
-    ASSERT_NE(first, std::string::npos) << text;
-    EXPECT_NE(text.find(" START Version ", first + 1), std::string::npos) << text;
+    EXPECT_THAT(text, HasSubstr(std::string(" START Version ") + ICT_PRODUCT_VERSION + "\n"));
     EXPECT_THAT(text, HasSubstr(" START Schema version: 3\n"));
     EXPECT_THAT(text, HasSubstr(" DEBUG Application configuration:\n{\n"));
-    EXPECT_THAT(text, HasSubstr("\"displayVersion\": \"true\""));
-
-    // A manifest named as the trace file by mistake keeps what it held and is still read.
-    const std::string manifest = "<Manifest/>\n";
-    ict_test::WriteText(dir_ / "m.xml", manifest);
-    run = Run({"--trace", (dir_ / "m.xml").string(), (dir_ / "m.xml").string()});
-    EXPECT_THAT(ict_test::ReadText(dir_ / "m.xml"), StartsWith(manifest));
-    EXPECT_THAT(run.err, Not(HasSubstr("document empty")));
 
     // Broken locale settings fall back to the classic locale.
     ict_test::RunOptions options;
     options.arguments = {"--version"};
-    options.environment["LANG"] = "xx_NOWHERE.UTF-8";
-    options.environment["LC_ALL"] = "xx_NOWHERE.UTF-8";
-    run = ict_test::RunProgram(ict_test::CheckerPath(), options);
-    EXPECT_EQ(run.exitCode, 0) << run.Describe();
-    EXPECT_EQ(run.out, kVersionLine + "SUCCEEDED\n");
+    options.environment = {{"LANG", "xx_NOWHERE.UTF-8"}, {"LC_ALL", "xx_NOWHERE.UTF-8"}};
+    const auto broken = ict_test::RunProgram(ict_test::CheckerPath(), options);
+    EXPECT_EQ(broken.exitCode, 0) << broken.Describe();
+    EXPECT_EQ(broken.out, kVersionLine + "SUCCEEDED\n");
 }
 
-TEST_F(FoundationE2eTest, ParserErrorsPrintTheMessageTheHelpAndFailed) {
-    const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
-        {{"--bogus"}, "unrecognised option '--bogus'"},
-        {{"--version", "--trace"}, "the required argument for option '--trace' is missing"},
-        {{"--version", "--single_file", "a", "--single_file", "b"},
-         "option '--single_file' cannot be specified more than once"},
-    };
-    for (const auto& [arguments, error] : cases) {
-        const auto run = Run(arguments);
-        EXPECT_EQ(run.exitCode, 1) << run.Describe();
-        EXPECT_EQ(run.out, "");
-        EXPECT_THAT(run.err, HasSubstr("Throw in function void "
-                                       "integrity_check_tool::Arguments::RethrowWithHelp"));
-        EXPECT_THAT(run.err, HasSubstr(error + "\n\n" + kHelp));
-        EXPECT_THAT(run.err, EndsWith("\nFAILED\n"));
-    }
-}
-
+// Parser errors come with the help; other start failures say why alone.
 TEST_F(FoundationE2eTest, ARunThatCannotStartSaysWhyAndFails) {
-    ict_test::WriteText(dir_ / "integrity_check.xml", "<Manifest/>");
-    const std::string dir = dir_.Path().string();
+    const std::string help = "\n\n" + std::string(kHelp);
     const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+        {{"--bogus"}, "unrecognised option '--bogus'" + help},
+        {{"--version", "--trace"}, "the required argument for option '--trace' is missing" + help},
         {{"--version", "--signature-type", "bogus"}, "Invalid name: bogus"},
-        {{"--version", "--trace", dir}, "Trace path \"" + dir + "\" is not a file"},
-        {{"missing.xml"}, "Manifest path \"missing.xml\" can't be resolved. Reason: "},
         // Without arguments the manifest beside the program is meant, not one here.
         {{},
          "Manifest path \"" +
              (ict_test::CheckerPath().parent_path() / "integrity_check.xml").string() +
              "\" can't be resolved"},
     };
+    ict_test::WriteText(dir_ / "integrity_check.xml", "<Manifest/>");
     for (const auto& [arguments, error] : cases) {
         SCOPED_TRACE(error);
         const auto run = Run(arguments);
         EXPECT_EQ(run.exitCode, 1) << run.Describe();
         EXPECT_EQ(run.out, "");
         EXPECT_THAT(run.err, HasSubstr(error));
-        EXPECT_THAT(run.err, EndsWith("FAILED\n"));
+        if (error.find(help) != std::string::npos) {
+            EXPECT_THAT(run.err, HasSubstr("Throw in function void "
+                                           "integrity_check_tool::Arguments::RethrowWithHelp"));
+        }
+        EXPECT_THAT(run.err, EndsWith("\nFAILED\n"));
     }
 }
 

@@ -1,5 +1,12 @@
-// The verify run from the command line: what it checks, how records for
-// other systems stay apart, which file a single-file run means.
+// The verify run from the command line (the shared product runs hold what it
+// prints): how records for other systems stay apart, and what an attacker or
+// a careless editor hands it: it ends with FAILED and says which manifest and
+// where, or checks exactly what the manifest says; it never crashes, hangs,
+// or reads something swapped in.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -18,157 +25,158 @@ using e2e::Sha256Check;
 using testing::HasSubstr;
 using testing::Not;
 
-constexpr const char* kWindowsContent = "built for Windows";
-constexpr const char* kLinuxContent = "built for Linux";
-
 class VerifyEndToEnd : public testing::Test {
 protected:
-    void SetUp() override { root_ = fs::canonical(dir_.Path()); }
-
-    fs::path Product() const { return root_ / "product"; }
+    fs::path Product() const { return dir_ / "product"; }
     std::string In(const std::string& name) const { return (Product() / name).string(); }
 
-    fs::path Write(const std::string& name, const std::string& records) {
+    std::string Write(const std::string& name, const std::string& records) {
         ict_test::WriteText(Product() / name, e2e::ManifestText(records));
-        return Product() / name;
+        return In(name);
     }
 
     ict_test::TempDir dir_;
-    fs::path root_;
 };
 
-TEST_F(VerifyEndToEnd, IntactProductSucceedsAndOneChangedFileFails) {
-    ict_test::WriteText(Product() / "bin" / "a.dll", "content of a");
-    ict_test::WriteText(Product() / "bin" / "b.dll", "content of b");
-    const auto manifest =
-        Write("integrity_check.xml", "  <Environment key=\"Bin\" value=\"%ProductRoot%\\bin\"/>\n" +
-                                         FileRecord("%Bin%\\a.dll", Sha256Check("content of a")) +
-                                         FileRecord("%Bin%\\b.dll", Sha256Check("content of b")));
-    auto run = e2e::Checker({manifest.string()});
-    EXPECT_EQ(run.exitCode, 0) << run.Describe();
-    EXPECT_THAT(run.out, HasSubstr("Summary( failed / skipped / succeeded ):\n"
-                                   "\tManifests: 0 / 0 / 1\n"
-                                   "\tFiles: 0 / 0 / 2\n"
-                                   "\tDirectories: 0 / 0 / 0\n"
-                                   "\tRegistries: 0 / 0 / 0\n"
-                                   "\tRegistry values: 0 / 0 / 0\n"));
-    EXPECT_THAT(run.out, testing::EndsWith("SUCCEEDED\n"));
-    EXPECT_EQ(run.err, "");
-
-    ict_test::WriteText(Product() / "bin" / "b.dll", "tampered");
-    run = e2e::Checker({manifest.string()});
+// Records are filtered before anything merges: one meant for another system
+// never lends its digest to one that applies here, even from another manifest
+// (the merge rules themselves are the manifest operations' tests).
+TEST_F(VerifyEndToEnd, EachSystemChecksItsOwnRecordOnly) {
+    ict_test::WriteText(Product() / "app.bin", "built for Windows");
+    const auto run = e2e::Checker(
+        {"--verbose",
+         Write("windows.xml", FileRecord("%ProductRoot%\\app.bin", Sha256Check("built for Windows"),
+                                         "os=\"Windows\"")),
+         Write("linux.xml", FileRecord("%ProductRoot%/app.bin", Sha256Check("built for Linux"),
+                                       "os=\"Linux\""))});
     EXPECT_EQ(run.exitCode, 1) << run.Describe();
-    const std::string b = In("bin/b.dll");
-    EXPECT_THAT(run.err, HasSubstr("file " + b +
-                                   " failed. Reason: Verification mismatch with 'Sha256' checker. "
-                                   "Reason: File " +
-                                   b + " has unexpected hash "));
-    EXPECT_THAT(run.out, HasSubstr("\tManifests: 1 / 0 / 0\n\tFiles: 1 / 0 / 1\n"));
-    EXPECT_THAT(run.err, testing::EndsWith("FAILED\n"));
-    EXPECT_THAT(run.out, Not(HasSubstr("SUCCEEDED")));
+    EXPECT_THAT(run.out, HasSubstr("file " + In("app.bin") + " filtered\n"));
+    EXPECT_THAT(run.out, HasSubstr("\tFiles: 1 / 1 / 0\n"));
+    EXPECT_THAT(run.err, HasSubstr("File " + In("app.bin") + " has unexpected hash "));
 }
 
-// Records are expanded and filtered before anything merges: a record meant
-// for another system never lends its checks or its conditions to one that
-// applies here.
-TEST_F(VerifyEndToEnd, EachSystemChecksItsOwnRecordOnly) {
-    const auto windows = [](const std::string& path, const std::string& checks) {
-        return FileRecord(path, checks, "os=\"Windows\"");
+// Each value twice the next: expanded, %K0% would be 2^30 characters long.
+std::string Doubling(int levels) {
+    std::string text = "<Manifest>\n";
+    for (int level = 0; level < levels; ++level) {
+        const std::string next = "%K" + std::to_string(level + 1) + "%";
+        text +=
+            "<Environment key=\"K" + std::to_string(level) + "\" value=\"" + next + next + "\"/>\n";
+    }
+    text += "<Environment key=\"K" + std::to_string(levels) + "\" value=\"x\"/>\n";
+    return text + FileRecord("%ProductRoot%/%K0%") + "</Manifest>\n";
+}
+
+class HostileEndToEnd : public VerifyEndToEnd {
+protected:
+    void SetUp() override { ict_test::WriteText(Product() / "a.dll", "a"); }
+
+    fs::path Manifest() const { return Product() / "manifest.xml"; }
+    std::string Write(const std::string& text) {
+        ict_test::WriteText(Manifest(), text);
+        return Manifest().string();
+    }
+};
+
+// The row and column of a parse error, and an expansion that would not end,
+// each fail the manifest naming it. (The texts of every rejected form are the
+// XML reader's tests.)
+TEST_F(HostileEndToEnd, EachManifestFailsSayingWhereOrChecksWhatItSays) {
+    const std::string invalid = "Manifest file " + Manifest().string() + " is invalid at row ";
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"<Manifest>\n" + FileRecord("%ProductRoot%/a.dll&#0;.missing") + "</Manifest>",
+         invalid + "2, column 34: reference to invalid character number"},
+        {Doubling(30), "manifest " + Manifest().string() +
+                           " failed. Reason: Expanded text of %ProductRoot%/%K0% is too long"},
     };
-    const std::string linux =
-        FileRecord("%ProductRoot%/app.bin", Sha256Check(kLinuxContent), "os=\"Linux\"");
-    const std::string perSystem =
-        windows("%ProductRoot%\\app.bin", Sha256Check(kWindowsContent)) + linux;
+    for (const auto& [manifest, errorLine] : cases) {
+        SCOPED_TRACE(errorLine);
+        const auto run = e2e::Checker({Write(manifest)});
+        EXPECT_EQ(run.exitCode, 1) << run.Describe();
+        EXPECT_THAT(ict_test::SplitLines(run.err), testing::Contains(errorLine)) << run.Describe();
+        EXPECT_THAT(run.out, Not(HasSubstr("SUCCEEDED")));
+    }
+}
+
+TEST_F(HostileEndToEnd, AnythingSwappedInAfterTheLookIsNeverRead) {
+#ifndef ICT_SWAP_ON_OPEN_LIBRARY
+    GTEST_SKIP() << "no library here to swap a path at the moment it is opened";
+#else
+    // A writer that never writes: a blocking read of the FIFO never ends.
+    const fs::path fifo = dir_ / "fifo";
+    ict_test::MakeFifo(fifo);
+    const int writer = ::open(fifo.c_str(), O_RDWR | O_NONBLOCK);
+    ASSERT_GE(writer, 0);
+    const fs::path file = Product() / "a.dll";
+    const std::string notFound = "file " + file.string() +
+                                 " failed. Reason: Can't read or access file " + file.string() +
+                                 ". Reason: File " + file.string() + " not found\n";
+    const fs::path crl = dir_ / "list.crl";
+    ict_test::WriteText(crl, "not read");
+    const std::string exists = Check("Exists");
     struct Case {
-        const char* name;
-        std::string content;
-        std::vector<std::string> records;  // one manifest each
-        int exitCode;
-        std::string files;  // the summary line
+        fs::path swapped;
+        std::string check;
+        std::vector<std::string> options;
+        std::string error;
     };
     const std::vector<Case> cases = {
-        {"the right digest passes", kLinuxContent, {perSystem}, 0, "\tFiles: 0 / 1 / 1\n"},
-        {"the other system's digest fails",
-         kWindowsContent,
-         {perSystem},
-         1,
-         "\tFiles: 1 / 1 / 0\n"},
-        {"across manifests the other system's digest fails",
-         kWindowsContent,
-         {windows("%ProductRoot%\\app.bin", Sha256Check(kWindowsContent)), linux},
-         1,
-         "\tFiles: 1 / 1 / 0\n"},
+        {file, e2e::ValueCheck("a"), {}, notFound},
+        {Manifest(),
+         exists,
+         {},
+         "Can't open manifest file " + Manifest().string() + ". Reason: Not a regular file"},
+        {crl,
+         exists,
+         {"--signature-only", "--signature-type", "vds", "--crl", crl.string()},
+         "Can't read file " + crl.string() + ". Reason: not a regular file"},
     };
     for (const auto& test : cases) {
-        SCOPED_TRACE(test.name);
-        ict_test::WriteText(Product() / "app.bin", test.content);
-        std::vector<std::string> arguments = {"--verbose"};
-        for (std::size_t index = 0; index < test.records.size(); ++index) {
-            arguments.push_back(
-                Write("m" + std::to_string(index) + ".xml", test.records[index]).string());
-        }
-        const auto run = e2e::Checker(arguments);
-        EXPECT_EQ(run.exitCode, test.exitCode) << run.Describe();
-        EXPECT_THAT(run.out, HasSubstr(test.files)) << run.Describe();
-        EXPECT_THAT(run.out, HasSubstr("file " + In("app.bin") + " filtered\n"));
-        EXPECT_THAT(run.err, Not(HasSubstr("Mismatch check types")));
-        if (test.exitCode == 1) {
-            EXPECT_THAT(run.err, HasSubstr("File " + In("app.bin") + " has unexpected hash "));
-        }
+        SCOPED_TRACE(test.swapped.string());
+        fs::remove(file);
+        ict_test::WriteText(file, "a");
+        ict_test::RunOptions options;
+        options.arguments = test.options;
+        options.arguments.push_back(
+            Write(e2e::ManifestText(FileRecord("%ProductRoot%/a.dll", test.check))));
+        options.timeout = std::chrono::seconds(30);
+        // The preloaded library swaps the path for a link to the FIFO when the
+        // program first opens it; a sanitizer runtime must then not insist on
+        // coming first among the preloaded libraries.
+        const char* asan = std::getenv("ASAN_OPTIONS");
+        options.environment = {{"LD_PRELOAD", ICT_SWAP_ON_OPEN_LIBRARY},
+                               {"ICT_SWAP_PATH", test.swapped.string()},
+                               {"ICT_SWAP_TARGET", fifo.string()},
+                               {"ASAN_OPTIONS", std::string(asan != nullptr ? asan : "") +
+                                                    ":verify_asan_link_order=0"}};
+        const auto run = ict_test::RunProgram(ict_test::CheckerPath(), options);
+        ASSERT_FALSE(run.timedOut) << run.Describe();
+        EXPECT_EQ(run.exitCode, 1) << run.Describe();
+        EXPECT_TRUE(fs::is_symlink(test.swapped)) << "the swap did not happen";
+        EXPECT_THAT(run.err, HasSubstr(test.error));
+        fs::remove(test.swapped);
     }
-
-    // Records that both apply must agree; the message names the expanded path.
-    const auto run = e2e::Checker(
-        {Write("m.xml", FileRecord("%ProductRoot%/app.bin", Sha256Check(kLinuxContent)) +
-                            FileRecord("%ProductRoot%\\app.bin", Check("Exists")))
-             .string()});
-    EXPECT_EQ(run.exitCode, 1) << run.Describe();
-    EXPECT_THAT(run.err, HasSubstr("Mismatch check types found for " + In("app.bin") + "\n"));
-
-    // normalize keeps every record as written, with its own condition and digest.
-    // Written alike, so that nothing but a merge could join them.
-    const fs::path normalized =
-        Write("n.xml", windows("%ProductRoot%/app.bin", Sha256Check(kWindowsContent)) + linux);
-    ASSERT_EQ(e2e::Run(e2e::ManifestToolPath(), {"normalize", normalized.string()}).exitCode, 0);
-    const std::string text = ict_test::ReadText(normalized);
-    const auto onWindows = text.find("os=\"Windows\"");
-    const auto onLinux = text.find("os=\"Linux\"");
-    ASSERT_LT(onWindows, onLinux) << text;
-    const auto between = text.substr(onWindows, onLinux - onWindows);
-    EXPECT_THAT(between, HasSubstr(e2e::Sha256Base64(kWindowsContent))) << text;
-    EXPECT_THAT(between, Not(HasSubstr(e2e::Sha256Base64(kLinuxContent)))) << text;
-    EXPECT_THAT(text.substr(onLinux), HasSubstr(e2e::Sha256Base64(kLinuxContent))) << text;
+    ::close(writer);
+#endif
 }
 
-TEST_F(VerifyEndToEnd, SingleFileIsTheFileTheSystemOpens) {
-    // lnk points into real/sub, so lnk/../a.txt is real/a.txt, while the same
-    // text read as text alone would be the product's own a.txt.
-    ict_test::WriteText(Product() / "real" / "a.txt", "real a");
-    ict_test::WriteText(Product() / "a.txt", "top a");
-    ict_test::WriteText(Product() / "app.bin", kWindowsContent);
-    fs::create_directories(Product() / "real" / "sub");
-    fs::create_directory_symlink(Product() / "real" / "sub", Product() / "lnk");
-    const auto manifest =
-        Write("m.xml", FileRecord("%ProductRoot%/real/a.txt", Sha256Check("real a")) +
-                           FileRecord("%ProductRoot%/a.txt", Sha256Check("top a")) +
-                           FileRecord("%ProductRoot%/app.bin", Check("Exists"), "os=\"Windows\""));
-    auto run =
-        e2e::Checker({"--verbose", "--single_file", "lnk/../a.txt", manifest.string()}, Product());
-    EXPECT_EQ(run.exitCode, 0) << run.Describe();
-    EXPECT_THAT(run.out, HasSubstr("file " + In("real/a.txt") + " succeeded\n"));
-    EXPECT_THAT(run.out, HasSubstr("\tFiles: 0 / 0 / 1\n"));
-
-    // A file whose records all do not apply here is skipped, not missing.
-    run = e2e::Checker({"--verbose", "--single_file", In("app.bin"), manifest.string()});
-    EXPECT_EQ(run.exitCode, 0) << run.Describe();
-    EXPECT_THAT(run.out, HasSubstr("file " + In("app.bin") + " filtered\n"));
-    EXPECT_THAT(run.out, HasSubstr("\tManifests: 0 / 0 / 1\n\tFiles: 0 / 1 / 0\n"));
-
-    ict_test::WriteText(root_ / "stranger.dll", "x");
-    run = e2e::Checker({"--single_file", (root_ / "stranger.dll").string(), manifest.string()});
+// Both members run and both failures are listed: the GOST check fails
+// at the engine, not before the Sha256 check gets its turn.
+TEST_F(HostileEndToEnd, AnyOfRunsEveryMemberWhenTheGostEngineCannotLoad) {
+    const std::string engineFailure =
+        "Can't initialize DSVM2 library: the GOST engine could not be loaded";
+    fs::create_directories(dir_ / "no-engines");
+    const std::string checks = Check("Gost2012", e2e::Sha256Base64("a")) + e2e::Sha256Check("b");
+    // Nowhere to load the engine from, and no configuration that names one.
+    ict_test::RunOptions options;
+    options.arguments = {Write(e2e::ManifestText(FileRecord("%ProductRoot%/a.dll", checks)))};
+    options.environment = {{"OPENSSL_ENGINES", (dir_ / "no-engines").string()},
+                           {"OPENSSL_CONF", "/dev/null"}};
+    const auto run = ict_test::RunProgram(ict_test::CheckerPath(), options);
     EXPECT_EQ(run.exitCode, 1) << run.Describe();
-    EXPECT_THAT(run.err, HasSubstr("stranger.dll not found in manifest " + manifest.string()));
-    EXPECT_THAT(run.out, HasSubstr("\tManifests: 1 / 0 / 0\n\tFiles: 0 / 0 / 0\n"));
+    EXPECT_THAT(run.err, HasSubstr("All checks failed:\n\tChecker [1]: " + engineFailure));
+    EXPECT_THAT(run.err,
+                HasSubstr("\n\tChecker [2]: Verification mismatch with 'Sha256' checker."));
 }
 
 }  // namespace

@@ -31,32 +31,18 @@ std::string WithoutControlSequences(const std::string& text) {
     return plain;
 }
 
-std::string Quoted(const std::string& text) {
-    return "'" + text + "'";
-}
-
 // A Russian Windows: Wine takes its code pages (ANSI 1251, OEM 866) from the
 // host locale, compiled here into a folder of the test's own.
-bool CompileRussianLocale(const fs::path& folder, std::string& why) {
-    fs::create_directories(folder);
-    ict_test::RunOptions options;
-    options.arguments = {"-i", "ru_RU", "-f", "UTF-8", (folder / "ru_RU.UTF-8").string()};
-    const fs::path localedef = boost::process::search_path("localedef");
-    if (localedef.empty()) {
-        why = "localedef is missing";
-        return false;
-    }
-    const ict_test::RunResult run = ict_test::RunProgram(localedef, options);
-    why = "localedef can't build ru_RU.UTF-8 (Debian package locales): " + run.Describe();
-    return fs::exists(folder / "ru_RU.UTF-8");
-}
-
 TEST(ConsoleTextUnderWine, NamesAreBytesOfTheUsersCodePageRedirectedAndCharactersOnAConsole) {
     ICT_REQUIRE_WINDOWS_BUILD();
     ict_test::TempDir dir;
-    std::string why;
-    if (!CompileRussianLocale(dir / "locales", why)) {
-        GTEST_SKIP() << why;
+    ict_test::RunOptions locale;
+    locale.arguments = {"-i", "ru_RU", "-f", "UTF-8", (dir / "locales" / "ru_RU.UTF-8").string()};
+    fs::create_directories(dir / "locales");
+    const auto compiled = ict_test::RunProgram(boost::process::search_path("localedef"), locale);
+    if (!fs::exists(dir / "locales" / "ru_RU.UTF-8")) {
+        GTEST_SKIP() << "localedef can't build ru_RU.UTF-8 (Debian package locales): "
+                     << compiled.Describe();
     }
     const fs::path script = boost::process::search_path("script");
     ASSERT_FALSE(script.empty()) << "script (util-linux) gives the program a console";
@@ -64,12 +50,8 @@ TEST(ConsoleTextUnderWine, NamesAreBytesOfTheUsersCodePageRedirectedAndCharacter
     const std::string utf8Name = "\xd1\x84\xd0\xb0\xd0\xb9\xd0\xbb.dll";  // "файл.dll"
     const std::string cp1251Name = "\xf4\xe0\xe9\xeb.dll";
     const fs::path manifest = dir / "m.xml";
-    ict_test::WriteText(manifest,
-                        "<Manifest productName=\"Demo\" productVersion=\"1.0\">\n"
-                        "  <File path=\"%ProductRoot%\\" +
-                            utf8Name +
-                            "\"><Check type=\"Exists\"/></File>\n"
-                            "</Manifest>\n");
+    ict_test::WriteText(manifest, ict_test::e2e::ManifestText(
+                                      ict_test::e2e::FileRecord("%ProductRoot%\\" + utf8Name)));
     std::map<std::string, std::string> russian = {
         {"LOCPATH", (dir / "locales").string()}, {"LC_ALL", "ru_RU.UTF-8"}, {"WINEDEBUG", "-all"}};
 
@@ -77,7 +59,7 @@ TEST(ConsoleTextUnderWine, NamesAreBytesOfTheUsersCodePageRedirectedAndCharacter
     ict_test::RunOptions redirected;
     redirected.arguments = {manifest.string()};
     redirected.environment = russian;
-    const auto piped = ict_test::RunProgram(ict_test::WindowsCheckerPath(), redirected);
+    const auto piped = wine_e2e::RunUnderWine(wine_e2e::WindowsCheckerPath(), redirected);
     EXPECT_EQ(piped.exitCode, 1) << piped.Describe();
     EXPECT_THAT(piped.err, HasSubstr(cp1251Name)) << piped.Describe();
 
@@ -85,9 +67,9 @@ TEST(ConsoleTextUnderWine, NamesAreBytesOfTheUsersCodePageRedirectedAndCharacter
     // characters it is: Wine's console hands them to the terminal as UTF-8.
     ict_test::RunOptions console;
     console.arguments = {"-qec",
-                         Quoted(wine_e2e::Wine().string()) + " " +
-                             Quoted(ict_test::ToWinePath(ict_test::WindowsCheckerPath())) + " " +
-                             Quoted(ict_test::ToWinePath(manifest)),
+                         "'" + wine_e2e::Wine().string() + "' '" +
+                             wine_e2e::ToWinePath(wine_e2e::WindowsCheckerPath()) + "' '" +
+                             wine_e2e::ToWinePath(manifest) + "'",
                          "/dev/null"};
     console.environment = russian;
     const auto shown = ict_test::RunProgram(script, console);

@@ -9,10 +9,45 @@ namespace wine_e2e {
 
 namespace fs = boost::filesystem;
 
+fs::path WindowsBuildDir() {
+    const char* configured = std::getenv("ICT_WINDOWS_BUILD_DIR");
+    return configured != nullptr ? fs::path(configured) : fs::path();
+}
+
+fs::path WindowsCheckerPath() {
+    return WindowsBuildDir() / "product" / "tool" / "integrity_check_tool" /
+           "integrity_checker.exe";
+}
+
 fs::path Wine() {
     const char* configured = std::getenv("ICT_WINE");
     return configured != nullptr && *configured != '\0' ? fs::path(configured)
                                                         : boost::process::search_path("wine");
+}
+
+std::string ToWinePath(const fs::path& hostPath) {
+    std::string text = "Z:" + hostPath.generic_string();
+    boost::algorithm::replace_all(text, "/", "\\");
+    return text;
+}
+
+ict_test::RunResult RunUnderWine(const fs::path& program, ict_test::RunOptions options) {
+    for (std::string& argument : options.arguments) {
+        const auto at = argument.rfind("--", 0) == 0 ? argument.find("=/") : std::string::npos;
+        if (argument.rfind('/', 0) == 0) {
+            argument = ToWinePath(argument);
+        } else if (at != std::string::npos) {
+            argument = argument.substr(0, at + 1) + ToWinePath(argument.substr(at + 1));
+        }
+    }
+    options.arguments.insert(options.arguments.begin(), ToWinePath(fs::absolute(program)));
+    if (std::getenv("WINEDEBUG") == nullptr) {
+        options.environment.emplace("WINEDEBUG", "-all");
+    }
+    ict_test::RunResult run = ict_test::RunProgram(Wine(), options);
+    boost::algorithm::replace_all(run.out, "\r\n", "\n");
+    boost::algorithm::replace_all(run.err, "\r\n", "\n");
+    return run;
 }
 
 void ImportRegistry(const std::string& regedit4Text) {
@@ -27,47 +62,14 @@ void ImportRegistry(const std::string& regedit4Text) {
         ict_test::RunProgram(server, persistent);
     }
     ict_test::TempDir dir;
-    const fs::path file = dir / "seed.reg";
-    ict_test::WriteText(file, regedit4Text);
+    ict_test::WriteText(dir / "seed.reg", regedit4Text);
     ict_test::RunOptions options;
-    options.arguments = {"regedit", "/S", ict_test::ToWinePath(file)};
+    options.arguments = {"regedit", "/S", ToWinePath(dir / "seed.reg")};
     options.environment["WINEDEBUG"] = "-all";
     const ict_test::RunResult run = ict_test::RunProgram(Wine(), options);
     if (run.exitCode != 0) {
         throw std::runtime_error("regedit import failed: " + run.Describe());
     }
-}
-
-std::string TestKeyPath() {
-    const auto* test = testing::UnitTest::GetInstance()->current_test_info();
-    std::string name = std::string(test->test_suite_name()) + "." + test->name();
-    for (char& c : name) {
-        if (c == '/') {
-            c = '_';
-        }
-    }
-    return "HKEY_LOCAL_MACHINE\\Software\\IctTest\\" + name;
-}
-
-std::string Gost2012Base64(const std::string& bytes) {
-    ict_test::TempDir dir;
-    ict_test::WriteText(dir / "data", bytes);
-    const ict_test::RunResult run = ict_test::e2e::Run(
-        boost::process::search_path("openssl"),
-        {"dgst", "-engine", "gost", "-md_gost12_256", "-binary", (dir / "data").string()});
-    if (run.exitCode != 0 || run.out.size() != 32) {
-        throw std::runtime_error("openssl dgst -md_gost12_256 failed: " + run.Describe());
-    }
-    return ict_test::e2e::Base64(run.out);
-}
-
-std::vector<std::string> ObjectLines(const std::string& text, const std::string& root) {
-    std::vector<std::string> lines;
-    for (std::string line : ict_test::SplitLines(text)) {
-        boost::algorithm::replace_all(line, root, "<root>");
-        lines.push_back(line);
-    }
-    return lines;
 }
 
 }  // namespace wine_e2e

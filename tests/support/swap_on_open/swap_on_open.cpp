@@ -48,46 +48,33 @@ using OpenAtFunction = int (*)(int, const char*, int, ...);
 
 }  // namespace
 
+// Each interceptor takes the mode only where open() reads one, swaps, and
+// hands the call on to the C library's own function of its name.
+#define ICT_SWAP_AND_CALL(Function, name, ...)     \
+    va_list arguments;                             \
+    va_start(arguments, flags);                    \
+    const mode_t mode = ModeOf(flags, arguments);  \
+    va_end(arguments);                             \
+    SwapIfWatched(path);                           \
+    static const auto next = Next<Function>(name); \
+    return next(__VA_ARGS__, flags, mode)
+
 extern "C" {
 
 int open(const char* path, int flags, ...) {
-    va_list arguments;
-    va_start(arguments, flags);
-    const mode_t mode = ModeOf(flags, arguments);
-    va_end(arguments);
-    SwapIfWatched(path);
-    static const auto next = Next<OpenFunction>("open");
-    return next(path, flags, mode);
+    ICT_SWAP_AND_CALL(OpenFunction, "open", path);
 }
 
 int open64(const char* path, int flags, ...) {
-    va_list arguments;
-    va_start(arguments, flags);
-    const mode_t mode = ModeOf(flags, arguments);
-    va_end(arguments);
-    SwapIfWatched(path);
-    static const auto next = Next<OpenFunction>("open64");
-    return next(path, flags, mode);
+    ICT_SWAP_AND_CALL(OpenFunction, "open64", path);
 }
 
 int openat(int directory, const char* path, int flags, ...) {
-    va_list arguments;
-    va_start(arguments, flags);
-    const mode_t mode = ModeOf(flags, arguments);
-    va_end(arguments);
-    SwapIfWatched(path);
-    static const auto next = Next<OpenAtFunction>("openat");
-    return next(directory, path, flags, mode);
+    ICT_SWAP_AND_CALL(OpenAtFunction, "openat", directory, path);
 }
 
 int openat64(int directory, const char* path, int flags, ...) {
-    va_list arguments;
-    va_start(arguments, flags);
-    const mode_t mode = ModeOf(flags, arguments);
-    va_end(arguments);
-    SwapIfWatched(path);
-    static const auto next = Next<OpenAtFunction>("openat64");
-    return next(directory, path, flags, mode);
+    ICT_SWAP_AND_CALL(OpenAtFunction, "openat64", directory, path);
 }
 
 }  // extern "C"

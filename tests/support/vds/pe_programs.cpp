@@ -29,12 +29,17 @@ RunOptions WithGostEngine(const TempDir& scratch, std::vector<std::string> argum
     return options;
 }
 
-RunResult Run(const std::string& program, const RunOptions& options) {
+// Throws unless the program ran and, when `mustSucceed`, exited with 0.
+RunResult Run(const std::string& program, const RunOptions& options, bool mustSucceed = true) {
     const fs::path path = boost::process::search_path(program);
     if (path.empty()) {
         throw std::runtime_error(program + " is not installed");
     }
-    return RunProgram(path, options);
+    RunResult run = RunProgram(path, options);
+    if (mustSucceed && run.exitCode != 0) {
+        throw std::runtime_error(program + " failed: " + run.Describe());
+    }
+    return run;
 }
 
 }  // namespace
@@ -64,10 +69,7 @@ void BuildProgram(const std::string& compiler, const fs::path& output) {
               "int main(void) { puts(\"tiny\"); return 7; }\n");
     RunOptions options;
     options.arguments = {"-O2", "-s", "-o", output.string(), (scratch / "tiny.c").string()};
-    const RunResult run = Run(compiler, options);
-    if (run.exitCode != 0) {
-        throw std::runtime_error(compiler + " failed: " + run.Describe());
-    }
+    Run(compiler, options);
 }
 
 void OsslsigncodeSign(const fs::path& input, const fs::path& output, const std::string& signer,
@@ -85,10 +87,7 @@ void OsslsigncodeSign(const fs::path& input, const fs::path& output, const std::
     }
     arguments.insert(arguments.end(), extra.begin(), extra.end());
     arguments.insert(arguments.end(), {"-in", input.string(), "-out", output.string()});
-    const RunResult run = Run("osslsigncode", WithGostEngine(scratch, arguments));
-    if (run.exitCode != 0) {
-        throw std::runtime_error("osslsigncode sign failed: " + run.Describe());
-    }
+    Run("osslsigncode", WithGostEngine(scratch, arguments));
 }
 
 RunResult OsslsigncodeVerify(const fs::path& file, const std::string& root) {
@@ -96,7 +95,8 @@ RunResult OsslsigncodeVerify(const fs::path& file, const std::string& root) {
     return Run("osslsigncode",
                WithGostEngine(scratch, {"verify", "-CAfile",
                                         (PrivateVdsDir() / "roots" / (root + ".pem")).string(),
-                                        "-in", file.string()}));
+                                        "-in", file.string()}),
+               false);
 }
 
 }  // namespace ict_test::vds

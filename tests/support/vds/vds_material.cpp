@@ -2,8 +2,6 @@
 #include "common/signed_file_name.h"
 
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <stdexcept>
 
 #include <boost/process/search_path.hpp>
@@ -26,11 +24,8 @@ fs::path PrivateVdsDir() {
 }
 
 Bytes ReadBytes(const fs::path& path) {
-    std::ifstream stream(path.string(), std::ios::binary);
-    if (!stream) {
-        throw std::runtime_error("Can't read " + path.string());
-    }
-    return Bytes(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
+    const std::string text = ReadText(path);
+    return Bytes(text.begin(), text.end());
 }
 
 Bytes RootCertificate(const std::string& name) {
