@@ -57,7 +57,6 @@ TEST_F(CoreMutationTest, NoMutantOfASignedObjectVerifies) {
     };
     checkMutants({"our signer", SignedContent("signer", 300), nullptr});
     checkMutants({"our signer, bound to the name", SignedContent("signer", 300, true), &name});
-    checkMutants({"our signer, 512-bit key", SignedContent("signer-512", 300), nullptr});
 
     ICT_NEEDS_LINUX_TOOL("openssl");
     const auto byOpenSsl = scratch_ / "openssl.bin";

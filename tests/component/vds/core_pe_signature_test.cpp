@@ -114,7 +114,6 @@ TEST_F(CorePeSignatureTest, OsslsigncodeSignaturesAreCheckedLikeAppendedOnes) {
         {"signer-ec", "sha256", vdsOk, kTrusted},
         {"signer-ec", "sha512", vdsOk, kTrusted},
         {"signer", "sha384", vdsOk, kTrusted},
-        {"signer-direct", "sha256", vdsOk, kTrusted},
         {"unknown-signer", "sha256", vdsErrUntrusted,
          vdsFlagSigned | vdsFlagEmbedded | vdsFlagRevocationCheckSkipped | vdsFlagIncompleteChain},
     };

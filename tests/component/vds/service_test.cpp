@@ -137,7 +137,6 @@ TEST_F(ServiceTest, TrustedUntrustedAndFailedVerificationsAreToldApart) {
         sink_->Has("VdsCreateVerifierWithOptionalCrls: BEGIN rootsCount=0, "
                    "optCrlRootsCount=4, crlContainerSize=0"));
     EXPECT_TRUE(sink_->Has("VdsCreateVerifierWithOptionalCrls: END: 0"));
-    EXPECT_TRUE(sink_->Has("trustAnchorsCount=<nullptr>"));
 
     auto good = SignedIo("signer");
     IVdsVerificationResultPtr result;
@@ -156,13 +155,11 @@ TEST_F(ServiceTest, TrustedUntrustedAndFailedVerificationsAreToldApart) {
     ASSERT_EQ(result->GetFileFormat(&format), ruk::result::Success);
     EXPECT_EQ(format, vdsFileFormatUnspecified);
     EXPECT_TRUE(sink_->Has("VerifyObject: verifier=0x"));
-    EXPECT_TRUE(sink_->Has("purpose='PurposeCodeSign'"));
     EXPECT_TRUE(sink_->Has("OnFinalResult: finalResult=0 (vdsOk), trusted"));
 
     // An untrusted object still has its result, for its flags.
     auto unsignedIo = ruk::CreateMemoryIO(Bytes(100, 1));
     EXPECT_EQ(Verify(unsignedIo.get(), ruk::result::ObjectUntrusted), vdsFlagUnsigned);
-    EXPECT_TRUE(sink_->Has("OnFinalResult: finalResult=-17 (vdsErrUntrusted), untrusted"));
 
     // The name reaches the core, which decides on it.
     auto bound = SignedIo("signer", true, "Tool.dll");
