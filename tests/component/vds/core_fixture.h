@@ -108,10 +108,7 @@ private:
 class CoreFixture : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_EQ(VdsInitializeLibrary(), vdsOk); }
-    void TearDown() override {
-        VdsReleaseVerifier(verifier_);
-        VdsReleaseRevocationChecker(checker_);
-    }
+    void TearDown() override { VdsReleaseVerifier(verifier_); }
 
     static std::vector<Bytes> AllRoots() {
         std::vector<Bytes> roots;
@@ -131,32 +128,6 @@ protected:
         VdsReleaseVerifier(verifier_);
         verifier_ = nullptr;
         return VdsCreateVerifier_Ex(blobs.data(), blobs.size(), checker, &handler_, &verifier_);
-    }
-
-    // Checker over the databases of the named CRL files.
-    VdsRevocationChecker* CreateChecker(const std::vector<std::string>& crls) {
-        const Bytes container = ict_test::vds::RevocationContainer(crls);
-        const VdsBlob blob{container.data(), container.size()};
-        VdsRevocationContainer* handle = nullptr;
-        EXPECT_EQ(VdsRevocationLoadContainer(&blob, &handle), vdsOk);
-        std::size_t count = 0;
-        EXPECT_EQ(VdsRevocationGetDatabaseCount(handle, &count), vdsOk);
-        std::vector<VdsLoadedRevocationDb*> loaded;
-        for (std::size_t index = 0; index < count; ++index) {
-            const VdsRevocationDatabase* database = nullptr;
-            EXPECT_EQ(VdsRevocationGetDatabase(handle, index, &database), vdsOk);
-            VdsLoadedRevocationDb* db = nullptr;
-            EXPECT_EQ(VdsRevocationLoadDb(database, index, nullptr, &db), vdsOk);
-            loaded.push_back(db);
-        }
-        VdsRevocationReleaseContainer(handle);
-        VdsReleaseRevocationChecker(checker_);
-        checker_ = nullptr;
-        EXPECT_EQ(VdsCreateRevocationChecker(loaded.data(), loaded.size(), &checker_), vdsOk);
-        for (auto* db : loaded) {
-            VdsRevocationReleaseDb(db);
-        }
-        return checker_;
     }
 
     VdsResult Verify(MemoryObject& object, VdsVerificationResultData* result,
@@ -187,7 +158,6 @@ protected:
     RecordingHandler handler_;
     std::vector<Bytes> roots_;
     VdsVerifier* verifier_ = nullptr;
-    VdsRevocationChecker* checker_ = nullptr;
 };
 
 }  // namespace vds_core_test

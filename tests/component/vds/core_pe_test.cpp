@@ -129,7 +129,6 @@ TEST(PeLayoutTest, WellFormedProgramsGiveTheirKindAndCertificateEntries) {
         std::vector<std::uint32_t> certificates;
     };
     const Case cases[] = {
-        {"unsigned PE32", false, {}},
         {"unsigned PE32+", true, {}},
         {"PE32 with one aligned entry", false, {1000}},
         {"PE32+ with one unaligned entry", true, {1001}},

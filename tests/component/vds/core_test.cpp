@@ -18,6 +18,65 @@ constexpr VdsVerificationFlags kBad = vdsFlagSigned | vdsFlagEmbedded;
 
 using CoreVerificationTest = CoreFixture;
 
+class CoreRevocationTest : public CoreFixture {
+protected:
+    void TearDown() override {
+        CoreFixture::TearDown();
+        VdsReleaseRevocationChecker(checker_);
+        VdsRevocationReleaseContainer(container_);
+        for (auto* certificate : certificates_) {
+            AsndReleaseCertificate(certificate);
+        }
+    }
+
+    VdsResult Load(const Bytes& bytes) {
+        VdsRevocationReleaseContainer(container_);
+        container_ = nullptr;
+        bytes_ = bytes;
+        const VdsBlob blob{bytes_.data(), bytes_.size()};
+        return VdsRevocationLoadContainer(&blob, &container_);
+    }
+
+    AsndCertificate* Root(const std::string& name) {
+        const Bytes der = ict_test::vds::RootCertificate(name);
+        AsndCertificate* certificate = nullptr;
+        EXPECT_EQ(AsndParseAndValidateCertificate(der.data(), der.size(), &certificate), vdsOk);
+        certificates_.push_back(certificate);
+        return certificate;
+    }
+
+    VdsLoadedRevocationDb* LoadDb(std::size_t index) {
+        const VdsRevocationDatabase* database = nullptr;
+        EXPECT_EQ(VdsRevocationGetDatabase(container_, index, &database), vdsOk);
+        VdsLoadedRevocationDb* loaded = nullptr;
+        EXPECT_EQ(VdsRevocationLoadDb(database, index, &handler_, &loaded), vdsOk);
+        return loaded;
+    }
+
+    // Checker over the databases of the named CRL files.
+    VdsRevocationChecker* CreateChecker(const std::vector<std::string>& crls) {
+        EXPECT_EQ(Load(ict_test::vds::RevocationContainer(crls)), vdsOk);
+        std::size_t count = 0;
+        EXPECT_EQ(VdsRevocationGetDatabaseCount(container_, &count), vdsOk);
+        std::vector<VdsLoadedRevocationDb*> loaded;
+        for (std::size_t index = 0; index < count; ++index) {
+            loaded.push_back(LoadDb(index));
+        }
+        VdsReleaseRevocationChecker(checker_);
+        checker_ = nullptr;
+        EXPECT_EQ(VdsCreateRevocationChecker(loaded.data(), loaded.size(), &checker_), vdsOk);
+        for (auto* db : loaded) {
+            VdsRevocationReleaseDb(db);
+        }
+        return checker_;
+    }
+
+    Bytes bytes_;
+    VdsRevocationContainer* container_ = nullptr;
+    VdsRevocationChecker* checker_ = nullptr;
+    std::vector<AsndCertificate*> certificates_;
+};
+
 TEST_F(CoreVerificationTest, GoodSignatureIsTrustedAndReportsItsLayout) {
     ASSERT_EQ(CreateVerifier(), vdsOk);
     MemoryObject object{SignedContent("signer", 3 * 1024 * 1024 + 5)};
@@ -64,13 +123,8 @@ TEST_F(CoreVerificationTest, EachObjectGetsItsVerdict) {
     const std::uint32_t cmsSize = static_cast<std::uint32_t>(trailer - 3000);
     const Bytes bound = SignedContent("signer", 2000, true, "Setup.exe");
     const Bytes unbound = SignedContent("signer", 2000, false, "Setup.exe");
-    const auto name = [](const char* text) {
-        return integrity_check_tool::SignedFileNameBytes(text);
-    };
-    const Bytes sameName = name("Setup.exe");
-    const Bytes otherCase = name("setup.exe");
-    const Bytes shorter = name("Setup.ex");
-    const Bytes otherName = name("Other.exe");
+    const Bytes sameName = integrity_check_tool::SignedFileNameBytes("Setup.exe");
+    const Bytes otherCase = integrity_check_tool::SignedFileNameBytes("setup.exe");
     struct Case {
         const char* what;
         Bytes bytes;
@@ -109,8 +163,6 @@ TEST_F(CoreVerificationTest, EachObjectGetsItsVerdict) {
         {"bound, same name", bound, kGood, true, &sameName},
         {"bound, no name asked", bound, kGood, true},
         {"bound, name in other case", bound, vdsFlagSignatureValueNotMatched, false, &otherCase},
-        {"bound, name cut short", bound, vdsFlagSignatureValueNotMatched, false, &shorter},
-        {"bound, other name", bound, vdsFlagSignatureValueNotMatched, false, &otherName},
         {"unbound cannot vouch for a name", unbound, vdsFlagSignatureValueNotMatched, false,
          &sameName},
     };
@@ -155,7 +207,7 @@ TEST_F(CoreVerificationTest, ReadFailuresAreReportedNotGuessed) {
               vdsErrCallbackRead);
 }
 
-TEST_F(CoreVerificationTest, RevokedLeafIsRefusedOnlyWithItsRootsDatabase) {
+TEST_F(CoreRevocationTest, RevokedLeafIsRefusedOnlyWithItsRootsDatabase) {
     ASSERT_EQ(CreateVerifier(), vdsOk);
     MemoryObject revoked{SignedContent("signer-revoked")};
     VdsVerificationResultData result{};
@@ -236,43 +288,6 @@ TEST_F(CoreVerificationTest, NestedSignaturesAreCheckedWhenTheHandlerAsks) {
     EXPECT_EQ(result.checkedContentSize, 1000u);
     EXPECT_EQ(result.signatureContainerSize, object.bytes.size() - 1000);
 }
-
-class CoreRevocationTest : public CoreFixture {
-protected:
-    void TearDown() override {
-        VdsRevocationReleaseContainer(container_);
-        for (auto* certificate : certificates_) {
-            AsndReleaseCertificate(certificate);
-        }
-        CoreFixture::TearDown();
-    }
-
-    VdsResult Load(const Bytes& bytes) {
-        bytes_ = bytes;
-        const VdsBlob blob{bytes_.data(), bytes_.size()};
-        return VdsRevocationLoadContainer(&blob, &container_);
-    }
-
-    AsndCertificate* Root(const std::string& name) {
-        const Bytes der = ict_test::vds::RootCertificate(name);
-        AsndCertificate* certificate = nullptr;
-        EXPECT_EQ(AsndParseAndValidateCertificate(der.data(), der.size(), &certificate), vdsOk);
-        certificates_.push_back(certificate);
-        return certificate;
-    }
-
-    VdsLoadedRevocationDb* LoadDb(std::size_t index) {
-        const VdsRevocationDatabase* database = nullptr;
-        EXPECT_EQ(VdsRevocationGetDatabase(container_, index, &database), vdsOk);
-        VdsLoadedRevocationDb* loaded = nullptr;
-        EXPECT_EQ(VdsRevocationLoadDb(database, index, &handler_, &loaded), vdsOk);
-        return loaded;
-    }
-
-    Bytes bytes_;
-    VdsRevocationContainer* container_ = nullptr;
-    std::vector<AsndCertificate*> certificates_;
-};
 
 TEST_F(CoreRevocationTest, ContainerDatabasesNameTheirRoots) {
     ASSERT_EQ(Load(ict_test::vds::RevocationContainer({"3520p1", "4823d1"})), vdsOk);
