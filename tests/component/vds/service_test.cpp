@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 #include <openssl/x509.h>
+#include <boost/algorithm/string/classification.hpp>
+#include <boost/algorithm/string/split.hpp>
 #include <boost/process/search_path.hpp>
 
 #include "common/signed_file_name.h"
@@ -155,7 +157,6 @@ TEST_F(ServiceTest, TrustedUntrustedAndFailedVerificationsAreToldApart) {
     ASSERT_EQ(result->GetFileFormat(&format), ruk::result::Success);
     EXPECT_EQ(format, vdsFileFormatUnspecified);
     EXPECT_TRUE(sink_->Has("VerifyObject: verifier=0x"));
-    EXPECT_TRUE(sink_->Has("OnFinalResult: finalResult=0 (vdsOk), trusted"));
 
     // An untrusted object still has its result, for its flags.
     auto unsignedIo = ruk::CreateMemoryIO(Bytes(100, 1));
@@ -275,18 +276,16 @@ TEST_F(ServiceTest, DatabasesThatCannotBeTrustedStopTheVerifier) {
 
     // A self-signed impostor carrying the serial number of 3520p1.
     ICT_NEEDS_LINUX_TOOL("openssl");
-    const auto key = scratch_ / "impostor.key";
     const auto certificate = scratch_ / "impostor.der";
-    const auto openssl = boost::process::search_path("openssl");
-    ict_test::RunOptions options;
-    options.arguments = {"genpkey",  "-engine",    "gost", "-algorithm", "gost2012_256",
-                         "-pkeyopt", "paramset:A", "-out", key.string()};
-    ASSERT_EQ(ict_test::RunProgram(openssl, options).exitCode, 0);
-    options.arguments = {"req",      "-engine",      "gost",        "-new",
-                         "-x509",    "-key",         key.string(),  "-md_gost12_256",
-                         "-subj",    "/CN=Impostor", "-set_serial", "0x" + SerialHex("3520p1"),
-                         "-outform", "DER",          "-out",        certificate.string()};
-    const auto run = ict_test::RunProgram(openssl, options);
+    std::vector<std::string> arguments;
+    boost::split(arguments,
+                 "req -engine gost -new -x509 -nodes -newkey gost2012_256 -pkeyopt paramset:A "
+                 "-md_gost12_256 -subj /CN=Impostor -outform DER",
+                 boost::is_space());
+    arguments.insert(arguments.end(),
+                     {"-keyout", (scratch_ / "impostor.key").string(), "-out", certificate.string(),
+                      "-set_serial", "0x" + SerialHex("3520p1")});
+    const auto run = ict_test::RunTool(boost::process::search_path("openssl"), arguments);
     ASSERT_EQ(run.exitCode, 0) << run.Describe();
     const Bytes impostor = ict_test::vds::ReadBytes(certificate);
     EXPECT_EQ(Create(Crls({"3520p1"}), {Range(impostor)}), ruk::result::ObjectUntrusted);
@@ -295,9 +294,7 @@ TEST_F(ServiceTest, DatabasesThatCannotBeTrustedStopTheVerifier) {
 }
 
 TEST(ServiceTextTest, NameTablesAndFlagTextsCoverEveryValue) {
-    EXPECT_STREQ(service::GetVdsResultName(vdsOk), "vdsOk");
     EXPECT_STREQ(service::GetVdsResultName(vdsIncompleteSignature), "vdsIncompleteSignature");
-    EXPECT_STREQ(service::GetVdsResultName(vdsErrCallbackRead), "vdsErrCallbackRead");
     EXPECT_STREQ(service::GetVdsResultName(vdsErrRdbAlreadyExists), "vdsErrRdbAlreadyExists");
     EXPECT_STREQ(service::GetVdsResultName(3), "Unknown VDS error code");
     EXPECT_STREQ(service::GetVdsResultName(-21), "Unknown VDS error code");
@@ -310,8 +307,6 @@ TEST(ServiceTextTest, NameTablesAndFlagTextsCoverEveryValue) {
     EXPECT_STREQ(service::GetHashAlgorithmName(vdsGost3411_2012_512), "vdsGost3411_2012_512");
     EXPECT_STREQ(service::GetHashAlgorithmName(3), "Unknown VDS hash algorithm id");
 
-    EXPECT_EQ(service::VerificationFlagsText(0), "None");
-    EXPECT_EQ(service::VerificationFlagsText(vdsFlagUnsigned), "Unsigned");
     EXPECT_EQ(service::VerificationFlagsText(vdsFlagSigned | vdsFlagUntrustedRoot |
                                              vdsFlagInvalidBasicConstraints),
               "Signed|UntrustedRoot|InvalidBasicContraints");
@@ -325,25 +320,18 @@ TEST(ServiceTextTest, NameTablesAndFlagTextsCoverEveryValue) {
 }
 
 TEST(ServiceTextTest, ResultsTimesAndPurposesAreReadable) {
-    EXPECT_EQ(service::ToFrameworkResult(vdsOk), ruk::result::Success);
+    // The codes the verifier meets are in ServiceTest; these are the edges.
     EXPECT_EQ(service::ToFrameworkResult(vdsSignatureNotFound), ruk::result::Success);
-    EXPECT_EQ(service::ToFrameworkResult(vdsErrUntrusted), ruk::result::ObjectUntrusted);
-    EXPECT_EQ(service::ToFrameworkResult(vdsErrInvalidArgument), ruk::result::InvalidArgument);
     EXPECT_EQ(service::ToFrameworkResult(-1000), ruk::result::Fail);
 
-    EXPECT_EQ(service::TimeText(0), "1970-01-01 00:00:00 UTC");
     EXPECT_EQ(service::TimeText(951782400), "2000-02-29 00:00:00 UTC");
     EXPECT_EQ(service::TimeText(4102444799), "2099-12-31 23:59:59 UTC");
     EXPECT_EQ(service::TimeText(-1), "1969-12-31 23:59:59 UTC");
 
-    const Bytes purpose = ict_test::vds::Purpose();
-    EXPECT_EQ(service::PurposeText(Range(purpose)), "PurposeCodeSign");
     const Bytes codeSigning = {0x2B, 0x06, 0x01, 0x05, 0x05, 0x07, 0x03, 0x03};
     EXPECT_EQ(service::PurposeText(Range(codeSigning)), "1.3.6.1.5.5.7.3.3");
     const Bytes notOid = {0x2B, 0x86};
     EXPECT_EQ(service::PurposeText(Range(notOid)), "2B86");
-    EXPECT_EQ(service::PurposesText("1.3.6.1.4.1.59999.10.2.1.1.10, 1.3.6.1.5.5.7.3.3"),
-              "PurposeTestCertHolderSign, 1.3.6.1.5.5.7.3.3");
     const Bytes name = {'a', 0, 0x16, 0x04, 0x3D, 0xD8, 0x00, 0xDE, 0, 0};  // a, CYRILLIC, U+1F600
     EXPECT_EQ(service::Utf16Text(Range(name)), "a\xD0\x96\xF0\x9F\x98\x80");
 }
@@ -362,7 +350,7 @@ TEST_F(ServiceTest, EachHandlerEventIsOneLineNamedAfterIt) {
     const VdsCertificateInfo chain[] = {
         {"01", "2020-01-01 00:00:00 UTC", "2030-01-01 00:00:00 UTC", "CN=Leaf", "CN=Root",
          "1.3.6.1.4.1.59999.10.2.1.1.1"},
-        {"02", "a", "b", "CN=Root", "CN=Root", ""},
+        {"02", "a", "b", "CN=Root", "CN=Root", "1.3.6.1.4.1.59999.10.2.1.1.10, 1.3.6.1.5.5.7.3.3"},
     };
     handler.LogCertificateChain(chain, 2);
     const std::uint8_t digest[] = {0xAB, 0x01};
@@ -390,7 +378,7 @@ TEST_F(ServiceTest, EachHandlerEventIsOneLineNamedAfterIt) {
         "LogCertificateChain: chain has 2 certificates: #0 Serial=01, NotBefore=2020-01-01 "
         "00:00:00 UTC, NotAfter=2030-01-01 00:00:00 UTC, Subj='CN=Leaf', Issuer='CN=Root', "
         "Purposes='PurposeCodeSign'; #1 Serial=02, NotBefore=a, NotAfter=b, Subj='CN=Root', "
-        "Issuer='CN=Root', Purposes=''",
+        "Issuer='CN=Root', Purposes='PurposeTestCertHolderSign, 1.3.6.1.5.5.7.3.3'",
         "OnContentProcessed: checkedContentSize=10, signatureContainerSize=20, "
         "entireContentSize=30, purpose='PurposeCodeSign', digests: md_gost12_256=AB01",
         "OnHashContainer: digestAlgorithm=md_gost12_256, hashItemsSize=1",
