@@ -104,6 +104,9 @@ private:
     }
 };
 
+constexpr VdsVerificationFlags kGood =
+    vdsFlagSigned | vdsFlagTrusted | vdsFlagEmbedded | vdsFlagRevocationCheckSkipped;
+
 // Owns a core verifier over the four development roots.
 class CoreFixture : public ::testing::Test {
 protected:
@@ -141,6 +144,20 @@ protected:
         const VdsBlob name{fileName->data(), fileName->size()};
         return VdsVerifyObjectByCallbackWithAdditionalContent_Ex(verifier_, &callback, &name,
                                                                  &purposeBlob, result);
+    }
+
+    struct Outcome {
+        VdsResult code = vdsErrUnknown;
+        VdsVerificationResultData data{};
+    };
+
+    // Verifies `bytes`; the handler's events are then this verification's.
+    Outcome Check(const Bytes& bytes, const Bytes* fileName = nullptr) {
+        MemoryObject object{bytes};
+        Outcome outcome;
+        handler_.events.clear();
+        outcome.code = Verify(object, &outcome.data, fileName);
+        return outcome;
     }
 
     // A file of `size` pattern bytes signed by `signer`, read back.

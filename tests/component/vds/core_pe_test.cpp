@@ -56,15 +56,6 @@ std::uint32_t SectionTable(bool plus) {
     return kOptional + OptionalSize(plus);
 }
 
-// Appends one WIN_CERTIFICATE holding `contentSize` bytes, padded to 8.
-void AddCertificate(Bytes& bytes, std::uint32_t contentSize) {
-    const std::size_t start = bytes.size();
-    bytes.resize(start + (8 + contentSize + 7) / 8 * 8, 0x30);
-    Put32(bytes, start, 8 + contentSize);
-    Put16(bytes, start + 4, 0x0200);
-    Put16(bytes, start + 6, 0x0002);
-}
-
 Bytes MakePe(bool plus, const std::vector<std::uint32_t>& certificates = {}) {
     Bytes bytes(kSectionsEnd, 0);
     for (std::size_t index = kHeadersSize; index < bytes.size(); ++index) {
@@ -88,8 +79,12 @@ Bytes MakePe(bool plus, const std::vector<std::uint32_t>& certificates = {}) {
         Put32(bytes, header + 20, kHeadersSize + index * kSectionSize);
     }
     if (!certificates.empty()) {
+        // Each a WIN_CERTIFICATE of `size` content bytes, padded to 8.
         for (std::uint32_t size : certificates) {
-            AddCertificate(bytes, size);
+            const std::size_t start = bytes.size();
+            bytes.resize(start + (8 + size + 7) / 8 * 8, 0x30);
+            Put32(bytes, start, 8 + size);
+            Put32(bytes, start + 4, 0x00020200);
         }
         Put32(bytes, SecurityEntry(plus), kSectionsEnd);
         Put32(bytes, SecurityEntry(plus) + 4,
@@ -285,10 +280,9 @@ TEST_F(CorePeTest, FormatIsReportedAndMalformedProgramsAreRefused) {
     };
     for (const auto& test : cases) {
         SCOPED_TRACE(test.name);
-        MemoryObject object{test.bytes};
-        VdsVerificationResultData result{};
-        handler_.events.clear();
-        EXPECT_EQ(Verify(object, &result), vdsErrUntrusted);
+        const Outcome outcome = Check(test.bytes);
+        const VdsVerificationResultData& result = outcome.data;
+        EXPECT_EQ(outcome.code, vdsErrUntrusted);
         EXPECT_EQ(handler_.lastFileFormat, test.format);
         EXPECT_EQ(result.fileFormat, test.format);
         EXPECT_EQ(result.flags, test.flags);
@@ -404,23 +398,7 @@ protected:
         OsslsigncodeSign(Program(compiler), scratch_ / "signed.exe", signer, digest, extra);
         return ict_test::vds::ReadBytes(scratch_ / "signed.exe");
     }
-
-    struct Outcome {
-        VdsResult code = vdsErrUnknown;
-        VdsVerificationResultData data{};
-    };
-
-    Outcome Check(const Bytes& bytes, const Bytes* fileName = nullptr) {
-        MemoryObject object{bytes};
-        Outcome outcome;
-        handler_.events.clear();
-        outcome.code = Verify(object, &outcome.data, fileName);
-        return outcome;
-    }
 };
-
-constexpr VdsVerificationFlags kTrusted =
-    vdsFlagSigned | vdsFlagTrusted | vdsFlagEmbedded | vdsFlagRevocationCheckSkipped;
 
 // Which signer faults are found does not depend on where the signature lies
 // (the appended-signature tests have the whole table); one stands for them.
@@ -433,9 +411,9 @@ TEST_F(CorePeSignatureTest, OsslsigncodeSignaturesAreCheckedLikeAppendedOnes) {
         VdsVerificationFlags flags;
     };
     const Case cases[] = {
-        {"signer-ec", "sha256", vdsOk, kTrusted},
-        {"signer-ec", "sha512", vdsOk, kTrusted},
-        {"signer", "sha384", vdsOk, kTrusted},
+        {"signer-ec", "sha256", vdsOk, kGood},
+        {"signer-ec", "sha512", vdsOk, kGood},
+        {"signer", "sha384", vdsOk, kGood},
         {"unknown-signer", "sha256", vdsErrUntrusted,
          vdsFlagSigned | vdsFlagEmbedded | vdsFlagRevocationCheckSkipped | vdsFlagIncompleteChain},
     };
@@ -467,7 +445,7 @@ TEST_F(CorePeSignatureTest, ChangesToASignedProgramAreCaught) {
     };
     const Case cases[] = {
         {"the checksum field alone", [](Bytes& b, const PeLayout& l) { b[l.checksumOffset] ^= 1; },
-         kTrusted},
+         kGood},
         {"the last byte of the last section",
          [](Bytes& b, const PeLayout& l) {
              b[l.sections.back().offset + l.sections.back().size - 1] ^= 1;
@@ -577,7 +555,7 @@ TEST_F(CorePeSignatureTest, ATimestampMakesAnExpiredSignerAcceptableAtItsTime) {
     const Case cases[] = {
         {"expired, no timestamp", "signer-lapsed", {}, Case::Intact, kExpired},
         {"expired, stamped while valid", "signer-lapsed", stamped(validFrom + 43200), Case::Intact,
-         kTrusted | vdsFlagCounterSignatureUsed},
+         kGood | vdsFlagCounterSignatureUsed},
         {"expired, stamped after it lapsed", "signer-lapsed", stamped(validFrom + 2 * 86400),
          Case::Intact, kExpired},
         {"expired, stamped before its chain was valid", "signer-lapsed", stamped(validFrom - 3600),
@@ -587,7 +565,7 @@ TEST_F(CorePeSignatureTest, ATimestampMakesAnExpiredSignerAcceptableAtItsTime) {
         {"expired, the token of another signature", "signer-lapsed", stamped(validFrom + 43200),
          Case::Transplanted, kExpired},
         {"valid, stamped: the timestamp is not needed", "signer-ec", stamped(validFrom + 43200),
-         Case::Intact, kTrusted},
+         Case::Intact, kGood},
     };
     const std::string compiler = kCompilers.front();
     for (const auto& test : cases) {
@@ -673,7 +651,7 @@ TEST_F(CorePeSignatureTest, OurSignerWritesTheTableThatOsslsigncodeAndWeAccept) 
 
             const Bytes rightName = integrity_check_tool::SignedFileNameBytes(program);
             const Bytes otherName = integrity_check_tool::SignedFileNameBytes(scratch_ / "b.exe");
-            EXPECT_EQ(Check(bytes).data.flags, kTrusted);
+            EXPECT_EQ(Check(bytes).data.flags, kGood);
             EXPECT_EQ(Check(bytes, &rightName).code, vdsOk);
             const Outcome renamed = Check(bytes, &otherName);
             EXPECT_EQ(renamed.code, vdsErrUntrusted);
@@ -689,7 +667,7 @@ TEST_F(CorePeSignatureTest, OurSignerWritesTheTableThatOsslsigncodeAndWeAccept) 
             const Bytes resigned = ict_test::vds::ReadBytes(program);
             EXPECT_EQ(LayoutOf(resigned).certificates.size(), 1u);
             EXPECT_EQ(LayoutOf(resigned).tableOffset, layout.tableOffset);
-            EXPECT_EQ(Check(resigned).data.flags, kTrusted);
+            EXPECT_EQ(Check(resigned).data.flags, kGood);
 
             const auto run =
                 Run("osslsigncode", {"verify", "-CAfile", root.string(), "-in", program.string()},
