@@ -114,14 +114,12 @@ TEST(SignerEndToEnd, SignsOnceAndReplacesOnlyWhenAsked) {
 // Each refusal names the file or option; the other files are still signed.
 TEST(SignerEndToEnd, RefusesWhatItCannotDoWellAndChangesNothingElse) {
     ict_test::TempDir dir;
-    const std::string good = (dir / "good.dll").string();
-    const std::string empty = (dir / "empty.dll").string();
-    const std::string plain = (dir / "plain.dll").string();
-    const std::string notUtf8 = (dir / "bad\xFF.dll").string();
-    ict_test::WriteText(good, "good");
-    ict_test::WriteText(empty, "");
-    ict_test::WriteText(plain, "plain");
-    ict_test::WriteText(notUtf8, "plain");
+    const auto file = [&](const std::string& name, const std::string& text) {
+        ict_test::WriteText(dir / name, text);
+        return (dir / name).string();
+    };
+    const std::string good = file("good.dll", "good"), empty = file("empty.dll", ""),
+                      plain = file("plain.dll", "plain"), notUtf8 = file("bad\xFF.dll", "plain");
     auto run =
         Signer({"dsvm", "--key", Key("test-2"), (dir / "missing.dll").string(), empty, good});
     EXPECT_EQ(run.exitCode, 1) << run.Describe();

@@ -105,18 +105,10 @@ protected:
         return VdsSignatureVerifier(trace_.Tracer(), roots, crl, false, environment);
     }
 
-    boost::filesystem::path AllCrls() {
-        const auto crl = dir_ / "crl.p7b";
-        ict_test::WriteBytes(
-            crl, ict_test::vds::RevocationContainer({"3520p1", "3020d1", "4820d1", "4823d1"}));
-        return crl;
-    }
-
     ict_test::TempDir dir_;
     ict_test::TraceCapture trace_;
-    std::ostringstream out_;
-    std::ostringstream err_;
-    ConsoleOutputPtr output_ = std::make_shared<ConsoleOutput>(false, out_, err_);
+    std::ostringstream lines_;
+    ConsoleOutputPtr output_ = std::make_shared<ConsoleOutput>(false, lines_, lines_);
 };
 
 TEST_F(VdsVerifierTest, RefusalsCarryTheirResultCodes) {
@@ -239,7 +231,10 @@ TEST_F(VdsVerifierTest, RootsThatRequireARevocationListRefuseToRunWithoutOne) {
               "Trusted root 3020d1 requires a revocation list, but none was given (--crl)");
     // The same roots with a list that covers them are fine, and so is a
     // selection without that root.
-    Make(AllCrls(), kAllRoots, onlyFirst).Verify(Signed("good.dll", "signer"), nullptr);
+    const auto crl = dir_ / "crl.p7b";
+    ict_test::WriteBytes(
+        crl, ict_test::vds::RevocationContainer({"3520p1", "3020d1", "4820d1", "4823d1"}));
+    Make(crl, kAllRoots, onlyFirst).Verify(Signed("good.dll", "signer"), nullptr);
     Make(boost::none, {TrustedRoot::Root3520p1}, onlyFirst)
         .Verify(Signed("other.dll", "signer"), nullptr);
 }
