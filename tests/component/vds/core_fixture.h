@@ -83,24 +83,18 @@ public:
         }
         events.push_back("LogCertificateChain");
     }
-    bool IsNextSignerInfoRequired() override {
-        return Ask("IsNextSignerInfoRequired", false);
+#define ICT_ASK(question, answer)    \
+    bool question() override {       \
+        events.push_back(#question); \
+        return answer;               \
     }
-    bool IsNextSignedDataRequired() override {
-        return Ask("IsNextSignedDataRequired", nextSignedData);
-    }
-    bool IsSignedDataVerificationRequiredForcedly() override {
-        return Ask("IsSignedDataVerificationRequiredForcedly", false);
-    }
+    ICT_ASK(IsNextSignerInfoRequired, false)
+    ICT_ASK(IsNextSignedDataRequired, nextSignedData)
+    ICT_ASK(IsSignedDataVerificationRequiredForcedly, false)
+#undef ICT_ASK
 
     bool Saw(const std::string& event) const {
         return std::find(events.begin(), events.end(), event) != events.end();
-    }
-
-private:
-    bool Ask(const char* question, bool answer) {
-        events.push_back(question);
-        return answer;
     }
 };
 
@@ -123,9 +117,8 @@ protected:
 
     VdsResult CreateVerifier(const std::vector<Bytes>& roots = AllRoots(),
                              const VdsRevocationChecker* checker = nullptr) {
-        roots_ = roots;
         std::vector<VdsBlob> blobs;
-        for (const auto& root : roots_) {
+        for (const auto& root : roots) {
             blobs.push_back({root.data(), root.size()});
         }
         VdsReleaseVerifier(verifier_);
@@ -173,7 +166,6 @@ protected:
 
     ict_test::TempDir scratch_;
     RecordingHandler handler_;
-    std::vector<Bytes> roots_;
     VdsVerifier* verifier_ = nullptr;
 };
 

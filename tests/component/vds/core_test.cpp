@@ -143,7 +143,6 @@ TEST_F(CoreVerificationTest, EachObjectGetsItsVerdict) {
         {"a content byte", changed(1234, 1), vdsFlagSignatureValueNotMatched, false},
         // The last byte of the CMS block is the signature value itself.
         {"the signature value", changed(trailer - 1, 0x40), vdsFlagSignatureValueNotMatched, false},
-        {"unsigned, empty", Pattern(0), vdsFlagUnsigned, true},
         {"unsigned, shorter than a trailer", Pattern(15), vdsFlagUnsigned, true},
         {"unsigned", Pattern(5000), vdsFlagUnsigned, true},
         {"size zero", withSize(0), vdsFlagMalformedContent, false},

@@ -293,7 +293,7 @@ TEST_F(ServiceTest, DatabasesThatCannotBeTrustedStopTheVerifier) {
                            SerialHex("3520p1") + " not matched"));
 }
 
-TEST(ServiceTextTest, NameTablesAndFlagTextsCoverEveryValue) {
+TEST(ServiceTextTest, NameTablesFlagsResultsTimesAndPurposesAreReadable) {
     EXPECT_STREQ(service::GetVdsResultName(vdsIncompleteSignature), "vdsIncompleteSignature");
     EXPECT_STREQ(service::GetVdsResultName(vdsErrRdbAlreadyExists), "vdsErrRdbAlreadyExists");
     EXPECT_STREQ(service::GetVdsResultName(3), "Unknown VDS error code");
@@ -317,9 +317,7 @@ TEST(ServiceTextTest, NameTablesAndFlagTextsCoverEveryValue) {
               "TestRootHandlingPolicyFlags: CrlMustExist");
     EXPECT_EQ(service::PolicyFlagsToString(0x5),
               "TestRootHandlingPolicyFlags: CrlMustExist|UNKNOWN=0x4");
-}
 
-TEST(ServiceTextTest, ResultsTimesAndPurposesAreReadable) {
     // The codes the verifier meets are in ServiceTest; these are the edges.
     EXPECT_EQ(service::ToFrameworkResult(vdsSignatureNotFound), ruk::result::Success);
     EXPECT_EQ(service::ToFrameworkResult(-1000), ruk::result::Fail);

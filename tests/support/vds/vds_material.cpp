@@ -15,7 +15,7 @@ namespace ict_test::vds {
 
 namespace fs = boost::filesystem;
 
-fs::path TrustDir() {
+static fs::path TrustDir() {
     return SourceDir() / "trust" / "development";
 }
 

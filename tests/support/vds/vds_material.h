@@ -13,7 +13,6 @@ namespace ict_test::vds {
 
 using Bytes = std::vector<std::uint8_t>;
 
-boost::filesystem::path TrustDir();       // trust/development
 boost::filesystem::path PrivateVdsDir();  // trust/development/private/vds
 
 Bytes ReadBytes(const boost::filesystem::path& path);
