@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -72,7 +73,6 @@ Bytes Crls(const std::vector<std::string>& names) {
     return ict_test::vds::RevocationContainer(names);
 }
 
-// A stream whose reads fail.
 class BrokenIo : public ruk::MemoryIO {
 public:
     using MemoryIO::MemoryIO;
@@ -144,18 +144,15 @@ TEST_F(ServiceTest, TrustedUntrustedAndFailedVerificationsAreToldApart) {
     IVdsVerificationResultPtr result;
     ASSERT_EQ(verifier_->VerifyObject(good.get(), Range(purpose_), &result), ruk::result::Success);
     VdsVerificationFlags flags = 0;
-    ASSERT_EQ(result->GetVerificationFlags(&flags), ruk::result::Success);
-    EXPECT_EQ(flags, kGood);
-    std::uint64_t size = 0;
-    ASSERT_EQ(result->GetCheckedContentSize(&size), ruk::result::Success);
-    EXPECT_EQ(size, 4096u);
-    ASSERT_EQ(result->GetSignatureContainerSize(&size), ruk::result::Success);
-    std::uint64_t whole = 0;
-    good->GetSize(&whole);
-    EXPECT_EQ(size, whole - 4096);
+    std::uint64_t checked = 0, container = 0, whole = 0;
     VdsFileFormat format = 99;
-    ASSERT_EQ(result->GetFileFormat(&format), ruk::result::Success);
-    EXPECT_EQ(format, vdsFileFormatUnspecified);
+    good->GetSize(&whole);
+    EXPECT_EQ(std::vector<ruk::result_t>(
+                  {result->GetVerificationFlags(&flags), result->GetCheckedContentSize(&checked),
+                   result->GetSignatureContainerSize(&container), result->GetFileFormat(&format)}),
+              std::vector<ruk::result_t>(4, ruk::result::Success));
+    EXPECT_EQ(std::make_tuple(flags, checked, container, format),
+              std::make_tuple(kGood, std::uint64_t{4096}, whole - 4096, vdsFileFormatUnspecified));
     EXPECT_TRUE(sink_->Has("VerifyObject: verifier=0x"));
 
     // An untrusted object still has its result, for its flags.
