@@ -16,10 +16,12 @@ namespace vds_core_test {
 
 using ict_test::vds::Bytes;
 
-// Serves an object from memory; can be told to fail from some offset on.
+// Serves an object from memory; can be told to fail from some offset on, or
+// to claim `missing` bytes more than it has.
 struct MemoryObject {
     Bytes bytes;
     std::uint64_t failFrom = UINT64_MAX;
+    std::uint64_t missing = 0;
 
     static bool Read(void* context, std::uint64_t offset, void* buffer, std::size_t size,
                      std::size_t* read) {
@@ -35,7 +37,7 @@ struct MemoryObject {
         return true;
     }
 
-    VdsReadCallback Callback() { return {this, &MemoryObject::Read, bytes.size()}; }
+    VdsReadCallback Callback() { return {this, &MemoryObject::Read, bytes.size() + missing}; }
 };
 
 // Keeps the names of the events in order; answers the questions as told.

@@ -193,13 +193,8 @@ TEST_F(CoreVerificationTest, ReadFailuresAreReportedNotGuessed) {
         EXPECT_EQ(result.flags, 0u);
     }
     // An object that claims more bytes than it delivers.
-    MemoryObject shorter{good};
-    VdsReadCallback callback = shorter.Callback();
-    callback.objectSize += 10;
-    const Bytes purpose = ict_test::vds::Purpose();
-    const VdsBlob purposeBlob{purpose.data(), purpose.size()};
-    EXPECT_EQ(VdsVerifyObjectByCallback_Ex(verifier_, &callback, &purposeBlob, &result),
-              vdsErrCallbackRead);
+    MemoryObject shorter{good, UINT64_MAX, 10};
+    EXPECT_EQ(Verify(shorter, &result), vdsErrCallbackRead);
 }
 
 TEST_F(CoreRevocationTest, RevokedLeafIsRefusedOnlyWithItsRootsDatabase) {

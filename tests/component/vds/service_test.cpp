@@ -82,11 +82,9 @@ public:
 class ServiceTest : public ::testing::Test {
 protected:
     ServiceTest() : scope_(sink_), purpose_(ict_test::vds::Purpose()) {
+        rootBytes_.reserve(4);  // roots_ points into it
         for (const char* name : {"3520p1", "3020d1", "4820d1", "4823d1"}) {
-            rootBytes_.push_back(ict_test::vds::RootCertificate(name));
-        }
-        for (const auto& root : rootBytes_) {
-            roots_.push_back(Range(root));
+            roots_.push_back(Range(rootBytes_.emplace_back(ict_test::vds::RootCertificate(name))));
         }
     }
 

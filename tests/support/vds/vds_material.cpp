@@ -1,7 +1,6 @@
 #include "support/vds/vds_material.h"
 #include "common/signed_file_name.h"
 
-#include <cstdlib>
 #include <stdexcept>
 
 #include <boost/process/search_path.hpp>

@@ -22,10 +22,8 @@ Bytes RootCertificate(const std::string& name);
 // The content bytes of the signing purpose OID.
 Bytes Purpose();
 
-// Signers by file stem under private/vds: "signer", "signer-512",
-// "signer-direct", "signer-ec", "signer-nopurpose", "signer-expired", "signer-revoked",
-// "unknown-signer". The issuing CA comes with those under it; `withRoot`
-// also includes the self-signed root of "unknown-signer".
+// Signers by file stem under private/vds ("signer", "signer-ec", ...). The
+// issuing CA comes along; `withRoot` adds the root of "unknown-signer".
 ::vds::signing::SignerMaterial Signer(const std::string& name, bool withRoot = false);
 
 // Signs in place, optionally bound to the file's own name.
