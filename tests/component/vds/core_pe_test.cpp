@@ -273,12 +273,10 @@ TEST_F(CorePeTest, FormatIsReportedAndMalformedProgramsAreRefused) {
         SCOPED_TRACE(test.name);
         const Outcome outcome = Check(test.bytes);
         const VdsVerificationResultData& result = outcome.data;
-        EXPECT_EQ(outcome.code, vdsErrUntrusted);
-        EXPECT_EQ(handler_.lastFileFormat, test.format);
-        EXPECT_EQ(result.fileFormat, test.format);
-        EXPECT_EQ(result.flags, test.flags);
-        EXPECT_EQ(result.checkedContentSize, 0u);
-        EXPECT_EQ(handler_.events.at(0), "OnFileFormat");
+        EXPECT_EQ(std::make_tuple(outcome.code, handler_.lastFileFormat, result.fileFormat,
+                                  result.flags, result.checkedContentSize, handler_.events.at(0)),
+                  std::make_tuple(vdsErrUntrusted, test.format, test.format, test.flags, 0u,
+                                  "OnFileFormat"));
         EXPECT_TRUE(handler_.Saw("OnEmbeddedSignatureChecked"));
     }
 
