@@ -461,7 +461,6 @@ TEST_F(CorePeSignatureTest, ChangesToASignedProgramAreCaught) {
             SCOPED_TRACE(compiler + ": " + test.name);
             Bytes bytes = original;
             test.mutate(bytes, layout);
-            ASSERT_NE(bytes, original);
             const Outcome outcome = Check(bytes);
             EXPECT_EQ(outcome.code, (test.flags & vdsFlagTrusted) != 0 ? vdsOk : vdsErrUntrusted);
             EXPECT_EQ(outcome.data.flags, test.flags);

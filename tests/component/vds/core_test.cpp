@@ -1,4 +1,3 @@
-#include <openssl/x509.h>
 #include <boost/process/search_path.hpp>
 
 #include "common/signed_file_name.h"
@@ -261,18 +260,19 @@ TEST_F(CoreVerificationTest, NestedSignaturesAreCheckedWhenTheHandlerAsks) {
     ::vds::signing::SignOptions nest;
     nest.nest = true;
     ::vds::signing::SignFile(path, ict_test::vds::Signer("signer-expired"), nest);
-    MemoryObject object{ict_test::vds::ReadBytes(path)};
+    const Bytes nested = ict_test::vds::ReadBytes(path);
 
-    VdsVerificationResultData result{};
-    EXPECT_EQ(Verify(object, &result), vdsErrUntrusted);
-    EXPECT_EQ(result.flags & vdsFlagExpired, vdsFlagExpired);
-    EXPECT_EQ(result.checkedContentSize, innerSize);
+    const Outcome outer = Check(nested);
+    EXPECT_EQ(outer.code, vdsErrUntrusted);
+    EXPECT_EQ(outer.data.flags & vdsFlagExpired, vdsFlagExpired);
+    EXPECT_EQ(outer.data.checkedContentSize, innerSize);
     EXPECT_TRUE(handler_.Saw("IsNextSignedDataRequired"));
 
     handler_.nextSignedData = true;
-    EXPECT_EQ(Verify(object, &result), vdsOk);
-    EXPECT_EQ(result.checkedContentSize, 1000u);
-    EXPECT_EQ(result.signatureContainerSize, object.bytes.size() - 1000);
+    const Outcome inner = Check(nested);
+    EXPECT_EQ(inner.code, vdsOk);
+    EXPECT_EQ(inner.data.checkedContentSize, 1000u);
+    EXPECT_EQ(inner.data.signatureContainerSize, nested.size() - 1000);
 }
 
 TEST_F(CoreRevocationTest, ContainerDatabasesNameTheirRoots) {
