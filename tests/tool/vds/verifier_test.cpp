@@ -46,10 +46,6 @@ Outcome Failure(Action&& action) {
     return {error->GetMessage(), code != nullptr ? *code : 0};
 }
 
-Outcome Refusal(const ISignatureVerifier& verifier, const boost::filesystem::path& path) {
-    return Failure([&] { verifier.Verify(path, nullptr); });
-}
-
 // A storage of one container whose size and reads the test decides. Reads
 // report their count without touching the buffer, so a huge size costs nothing.
 struct FakeContainer : storage::IContainer {
@@ -114,15 +110,15 @@ protected:
 TEST_F(VdsVerifierTest, RefusalsCarryTheirResultCodes) {
     const VdsSignatureVerifier verifier = Make();
     const auto expired = Signed("expired.dll", "signer-expired");
-    EXPECT_EQ(Refusal(verifier, expired),
+    EXPECT_EQ(Failure([&] { verifier.Verify(expired, nullptr); }),
               Outcome("Can't verify VDS signature of file " + expired.string() +
                           ". Flags: Signed|Embedded|RevocationCheckSkipped|Expired",
                       ruk::result::ObjectUntrusted));
     const auto missing = dir_ / "absent.dll";
-    const auto [missingMessage, missingCode] = Refusal(verifier, missing);
+    const auto [missingMessage, missingCode] = Failure([&] { verifier.Verify(missing, nullptr); });
     EXPECT_EQ(missingMessage, "Can't create IO from file " + missing.string());
     EXPECT_TRUE(ruk::Failed(missingCode));
-    EXPECT_EQ(Refusal(Make(boost::none, {}), expired),
+    EXPECT_EQ(Failure([&] { Make(boost::none, {}).Verify(expired, nullptr); }),
               Outcome("Can't create VDS verifier", ruk::result::InvalidArgument));
 }
 
