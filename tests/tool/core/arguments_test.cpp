@@ -75,6 +75,9 @@ TEST_F(ArgumentsTest, DefaultsWithOnlyAManifest) {
                  configuration->singleFileCheck || configuration->generate ||
                  configuration->normalize);
     EXPECT_EQ(configuration->logLevel, 600u);
+    // Neither the default manifest nor the broken revocation path is looked at.
+    const auto version = Parse({"--version", "--crl", "/dev/null"}).BuildConfiguration();
+    EXPECT_TRUE(version->displayVersion && !version->verify);
 }
 
 TEST_F(ArgumentsTest, EveryOptionReachesTheConfiguration) {
@@ -99,14 +102,6 @@ TEST_F(ArgumentsTest, EveryOptionReachesTheConfiguration) {
     EXPECT_EQ(configuration->logFile, dir_ / "run.log");
     EXPECT_EQ(configuration->logLevel, 800u);
     EXPECT_FALSE(configuration->displayVersion);
-}
-
-TEST_F(ArgumentsTest, VersionLeavesOutVerificationAndItsPaths) {
-    // Neither the default manifest nor the broken revocation path is looked at.
-    const auto configuration = Parse({"--version", "--crl", "/dev/null"}).BuildConfiguration();
-    EXPECT_FALSE(configuration->verify);
-    EXPECT_TRUE(configuration->displayVersion);
-    EXPECT_EQ(configuration->logLevel, 600u);
 }
 
 TEST_F(ArgumentsTest, ManifestPathsAreCanonicalSortedAndUnique) {
