@@ -108,13 +108,8 @@ TEST(FilterEvaluatorTest, FirstFailingConditionInOrderIsReported) {
     EXPECT_TRUE(evaluator.IsFiltered(filter, "/b"));
     filter.maxVersionNt.reset();
     EXPECT_TRUE(evaluator.IsFiltered(filter, "/c"));
-    EXPECT_THAT(FilterLines(capture),
-                ElementsAre("/a filtered by arch", "/b filtered by maxVersionNt",
-                            "/c filtered by defined"));
-}
 
-TEST(FilterEvaluatorTest, NtBoundsImplyWindowsAndKernelVersionMatchesExactly) {
-    ict_test::TraceCapture capture;
+    // On Linux the NT bounds imply Windows; a kernel version matches exactly.
     FilterEvaluator onLinux(capture.Tracer(), SystemInfo({}, Facts(1, 1, 601)));
     Filter minimum;
     minimum.minVersionNt = 100;
@@ -126,7 +121,9 @@ TEST(FilterEvaluatorTest, NtBoundsImplyWindowsAndKernelVersionMatchesExactly) {
     Filter explicitLinux = minimum;
     explicitLinux.os = Os::Linux;
     EXPECT_FALSE(onLinux.IsFiltered(explicitLinux, "explicit"));
-    EXPECT_THAT(FilterLines(capture), ElementsAre("min filtered by os", "max filtered by os"));
+    EXPECT_THAT(FilterLines(capture),
+                ElementsAre("/a filtered by arch", "/b filtered by maxVersionNt",
+                            "/c filtered by defined", "min filtered by os", "max filtered by os"));
 
     Filter kernel;
     kernel.linuxKernelVersion = 601;
@@ -149,17 +146,14 @@ TEST(SystemInfoTest, FactsGiveArchBitnessOsEditionVersionAndDefinitions) {
         EXPECT_EQ(system.GetOsArch(), arch) << code;
         EXPECT_EQ(system.GetBitness(), bitness) << code;
     }
-    for (const std::uint32_t code : {7u, 42u}) {
-        EXPECT_EQ(ict_test::ThrownText<Exception>([&] { SystemInfo({}, Facts(code)).GetOsArch(); }),
-                  "Unsupported system architecture " + std::to_string(code));
-    }
+    EXPECT_EQ(FailureOf([] { SystemInfo({}, Facts(7)).GetOsArch(); }),
+              "Unsupported system architecture 7");
     auto facts = Facts(1);
     EXPECT_EQ(SystemInfo({}, facts).GetOs(), Os::Windows);
     EXPECT_EQ(SystemInfo({}, facts).GetEdition(), OsEdition::Desktop);
     EXPECT_EQ(SystemInfo({}, facts).GetVersion(), 603u);
     facts.isServer = true;
     EXPECT_EQ(SystemInfo({}, facts).GetEdition(), OsEdition::Server);
-    EXPECT_EQ(SystemInfo({}, Facts(1, 0, 1000)).GetVersion(), 1000u);
     EXPECT_EQ(SystemInfo({}, Facts(1, 3)).GetOs(), Os::MacOS);
     EXPECT_EQ(SystemInfo({}, Facts(1, 1)).GetOs(), Os::Linux);
     EXPECT_EQ(SystemInfo({}, Facts(1, 2)).GetOs(), Os::Linux);
@@ -185,51 +179,36 @@ TEST(SystemInfoTest, RunningSystemIsDescribedFromTheKernel) {
 }
 
 TEST(UnameFactsTest, KernelReleaseAndMachineNames) {
-    platform::SystemFacts facts;
-    platform::ParseKernelRelease("6.1.0-18-amd64", facts);
-    EXPECT_EQ(facts.majorVersion, 6u);
-    EXPECT_EQ(facts.minorVersion, 1u);
-    EXPECT_EQ(facts.buildNumber, 0u);
-    platform::SystemFacts partial;
-    platform::ParseKernelRelease("5.15-rc1", partial);
-    EXPECT_EQ(partial.majorVersion, 5u);
-    EXPECT_EQ(partial.minorVersion, 15u);
-    platform::SystemFacts garbage;
-    platform::ParseKernelRelease("unknown", garbage);
-    EXPECT_EQ(garbage.majorVersion, 0u);
-
-    EXPECT_EQ(platform::ArchCodeFromMachine("x86_64"), platform::kArchX86_64);
-    EXPECT_EQ(platform::ArchCodeFromMachine("i686"), platform::kArchX86);
-    EXPECT_EQ(platform::ArchCodeFromMachine("aarch64"), platform::kArchARM64);
-    EXPECT_EQ(platform::ArchCodeFromMachine("armv7l"), platform::kArchARM32);
-    EXPECT_EQ(platform::ArchCodeFromMachine("e2k"), platform::kArchE2K64);
-    EXPECT_EQ(platform::ArchCodeFromMachine("riscv64"), platform::kArchUnknown);
+    // Release, major, minor: what does not parse is left at zero.
+    const std::tuple<const char*, unsigned, unsigned> releases[] = {
+        {"6.1.0-18-amd64", 6, 1}, {"5.15-rc1", 5, 15}, {"unknown", 0, 0}};
+    for (const auto& [release, major, minor] : releases) {
+        platform::SystemFacts facts;
+        platform::ParseKernelRelease(release, facts);
+        EXPECT_EQ(std::make_tuple(facts.majorVersion, facts.minorVersion, facts.buildNumber),
+                  std::make_tuple(major, minor, 0u))
+            << release;
+    }
+    const std::pair<const char*, std::uint32_t> machines[] = {
+        {"x86_64", platform::kArchX86_64}, {"i686", platform::kArchX86},
+        {"aarch64", platform::kArchARM64}, {"armv7l", platform::kArchARM32},
+        {"e2k", platform::kArchE2K64},     {"riscv64", platform::kArchUnknown}};
+    for (const auto& [machine, code] : machines) {
+        EXPECT_EQ(platform::ArchCodeFromMachine(machine), code) << machine;
+    }
     EXPECT_EQ(platform::PlatformFromSystemName("Linux"), platform::kPlatformLinux);
     EXPECT_EQ(platform::PlatformFromSystemName("Darwin"), platform::kPlatformMacOS);
 }
 #endif
 
-// Sets a process variable for the life of the object.
-class ScopedProcessVariable {
-public:
-    ScopedProcessVariable(const char* name, const char* value) : name_(name) {
+// Sets a process variable; "" removes it.
+void SetProcessVariable(const char* name, const char* value) {
 #ifdef _WIN32
-        _putenv_s(name, value);
+    _putenv_s(name, value);
 #else
-        setenv(name, value, 1);
+    static_cast<void>(*value ? setenv(name, value, 1) : unsetenv(name));
 #endif
-    }
-    ~ScopedProcessVariable() {
-#ifdef _WIN32
-        _putenv_s(name_, "");
-#else
-        unsetenv(name_);
-#endif
-    }
-
-private:
-    const char* name_;
-};
+}
 
 class EnvironmentTest : public ::testing::Test {
 protected:
@@ -341,13 +320,14 @@ TEST_F(EnvironmentTest, ExpansionStopsAtTheLongestPath) {
 }
 
 TEST_F(EnvironmentTest, ProcessEnvironmentTakesPrecedence) {
-    ScopedProcessVariable variable("ICT_TEST_ROOT", "/from/process");
+    SetProcessVariable("ICT_TEST_ROOT", "/from/process");
+    SetProcessVariable("ProductRoot", "/process/root");
     environment_.SetValue("ICT_TEST_ROOT", "/from/manifest");
     EXPECT_EQ(environment_.GetValue("ICT_TEST_ROOT"), "/from/process");
     EXPECT_EQ(environment_.Expand("%ICT_TEST_ROOT%/a"), "/from/process/a");
-
-    ScopedProcessVariable builtIn("ProductRoot", "/process/root");
     EXPECT_EQ(environment_.Expand("%ProductRoot%"), "/process/root");
+    SetProcessVariable("ICT_TEST_ROOT", "");
+    SetProcessVariable("ProductRoot", "");
 }
 
 std::unique_ptr<FileInfo> MakeFile(const std::string& path, std::vector<CheckType> types,

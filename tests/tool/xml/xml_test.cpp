@@ -35,6 +35,7 @@
 namespace integrity_check_tool::xml {
 namespace {
 
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
 ruk::intrusive_ptr<ruk::MemoryIO> MemoryStream(const std::string& text = "") {
@@ -62,9 +63,8 @@ std::string ReadFailure(const std::string& text) {
 TEST(ReadNumberTest, DecimalAndHexadecimalOrNamedFailure) {
     // "4294967297" is read as 64 bits and kept as 32.
     const std::pair<const char*, std::uint32_t> numbers[] = {
-        {"601", 601u},     {"0x0A", 10u},      {"0X0a00", 0xA00u},
-        {"0x0A00", 2560u}, {"10abc", 10u},     {"  \t10", 10u},
-        {" 0x10 t", 16u},  {"4294967297", 1u}, {"0x1FFFFFFFF", 0xFFFFFFFFu}};
+        {"601", 601u},   {"0x0A", 10u},    {"0X0a00", 0xA00u}, {"10abc", 10u},
+        {"  \t10", 10u}, {" 0x10 t", 16u}, {"4294967297", 1u}, {"0x1FFFFFFFF", 0xFFFFFFFFu}};
     for (const auto& [text, number] : numbers) {
         EXPECT_EQ(ReadNumber(text), number) << text;
     }
@@ -427,14 +427,7 @@ std::string Repeated(const std::string& text, std::size_t count) {
 }
 
 std::string Nested(std::size_t levels) {
-    std::string text;
-    for (std::size_t level = 0; level < levels; ++level) {
-        text += "<a>";
-    }
-    for (std::size_t level = 0; level < levels; ++level) {
-        text += "</a>";
-    }
-    return text;
+    return Repeated("<a>", levels) + Repeated("</a>", levels);
 }
 
 // One "File" with `count` attributes, its path among them.
@@ -459,13 +452,11 @@ TEST(HostileXmlTest, RejectedTextsFailWithTheParsersTextRowAndColumn) {
     const std::string top = "XML text with more than 64 top-level elements";
     const std::string utf16 = "XML text is not in UTF-8";
     const std::tuple<std::string, std::string, int, int> cases[] = {
-        {"<Manifest>" + Nested(50000) + "</Manifest>", nesting, 1, 1 + 10 + 255 * 3},
         {Nested(257), nesting, 1, 1 + 256 * 3},
         {"<Manifest>aaaa\xC7", partial, 1, 15},
         {"<Manifest productName=\"\xE2\x82", partial, 1, 1},
         {"<Manifest><Fi\xF0\x9F", partial, 1, 11},
         {FileWithPath("a\xD6&#x41;b"), token, 2, 14},  // a byte that starts no character
-        {ManyAttributes(100000), attributes, 1, 11},
         {ManyAttributes(65), attributes, 1, 11},
         {FileWithPath("/etc/hostname&#0;.missing"), reference, 2, 26},
         {FileWithPath("/etc/hostname&#xFFFFFFFF;"), reference, 2, 26},
@@ -485,7 +476,6 @@ TEST(HostileXmlTest, RejectedTextsFailWithTheParsersTextRowAndColumn) {
         {"<Manifest/>\n<IntegrityManifest>", "no element found", 2, 20},
         {"", "no element found", 1, 1},
         {Repeated("<a/>", 65), top, 1, 1 + 64 * 4},
-        {Repeated("<a/>", 1000000), top, 1, 1 + 64 * 4},
         {std::string("\xFF\xFE<\0M\0a\0n\0i\0f\0e\0s\0t\0/\0>\0", 24), utf16, 1, 1},
         {std::string("\xFE\xFF\0<\0M\0/\0>", 10), utf16, 1, 1},
         {std::string("<Manifest>\0</Manifest>", 22), token, 1, 11},
@@ -573,20 +563,22 @@ TEST(HostileXmlTest, UnknownAttributesAreWarnedOfWithElementAndRow) {
         "</Registry>\n"
         "</Manifest>");
     File(capture.Tracer()).Read(*io, "m.xml");
-    const std::string expected[] = {
-        "Unknown attribute vendor of Manifest at row 1 of manifest m.xml is ignored",
-        "Unknown attribute scope of Environment at row 2 of manifest m.xml is ignored",
-        "Unknown attribute minVersionNT of File at row 3 of manifest m.xml is ignored",
-        "Unknown attribute bitnes of File at row 3 of manifest m.xml is ignored",
-        "Unknown attribute valeu of Check at row 4 of manifest m.xml is ignored",
-        "Unknown attribute kind of Value at row 7 of manifest m.xml is ignored",
+    // Each line from its level word on.
+    const auto warnings = [](const ict_test::TraceCapture& trace) {
+        std::vector<std::string> lines;
+        for (const auto& line : trace.Lines()) {
+            lines.push_back(line.substr(line.find(" WARNING ") + 1));
+        }
+        return lines;
     };
-    const auto lines = capture.Lines();
-    ASSERT_EQ(lines.size(), std::size(expected));
-    for (std::size_t index = 0; index < lines.size(); ++index) {
-        EXPECT_THAT(lines[index], HasSubstr(expected[index]));
-        EXPECT_THAT(lines[index], HasSubstr("WARNING"));
-    }
+    const std::string unknown = "WARNING Unknown attribute ";
+    EXPECT_THAT(warnings(capture),
+                ElementsAre(unknown + "vendor of Manifest at row 1 of manifest m.xml is ignored",
+                            unknown + "scope of Environment at row 2 of manifest m.xml is ignored",
+                            unknown + "minVersionNT of File at row 3 of manifest m.xml is ignored",
+                            unknown + "bitnes of File at row 3 of manifest m.xml is ignored",
+                            unknown + "valeu of Check at row 4 of manifest m.xml is ignored",
+                            unknown + "kind of Value at row 7 of manifest m.xml is ignored"));
 
     ict_test::TraceCapture legacy;
     auto older = MemoryStream(
@@ -594,11 +586,11 @@ TEST(HostileXmlTest, UnknownAttributesAreWarnedOfWithElementAndRow) {
         "<File minVersionNt=\"1\" maxVersionNT=\"2\"><Path>/a</Path>"
         "<Hash algorithm=\"SHA256\" alg=\"x\"/></File></IntegrityManifest>");
     File(legacy.Tracer()).Read(*older, "old.xml");
-    const auto legacyLines = legacy.Lines();
-    ASSERT_EQ(legacyLines.size(), 3u);
-    EXPECT_THAT(legacyLines[0], HasSubstr("generationDateTime of IntegrityManifest at row 1"));
-    EXPECT_THAT(legacyLines[1], HasSubstr("minVersionNt of File at row 2"));
-    EXPECT_THAT(legacyLines[2], HasSubstr("alg of Hash at row 2"));
+    const std::string where = " of manifest old.xml is ignored";
+    EXPECT_THAT(warnings(legacy),
+                ElementsAre(unknown + "generationDateTime of IntegrityManifest at row 1" + where,
+                            unknown + "minVersionNt of File at row 2" + where,
+                            unknown + "alg of Hash at row 2" + where));
 }
 
 // A source that keeps its text to itself, as a file does; from the first
