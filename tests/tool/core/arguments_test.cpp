@@ -128,7 +128,6 @@ TEST_F(ArgumentsTest, PathErrorsNameThePath) {
     const std::string missing = (dir_ / "missing.xml").string();
     const std::string folder = dir_.Path().string();
     const std::string fifo = ict_test::MakeSpecialFile(dir_ / "pipe.xml").string();
-    const std::string device = ict_test::MakeSpecialFile(dir_ / "dev").string();
     const std::string m = manifest_.string();
     const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
         {{missing}, "Manifest path \"" + missing + "\" can't be resolved. Reason: "},
@@ -137,7 +136,6 @@ TEST_F(ArgumentsTest, PathErrorsNameThePath) {
         {{"--crl", fifo, m}, "CRL path \"" + fifo + "\" is not a directory or regular file"},
         {{"--single_file", "sub", m}, "Path \"sub\" resolved to non-regular file"},
         {{"--single_file", "gone", m}, "Path \"gone\" resolved to non-regular file"},
-        {{"--single_file", device, m}, "Path \"" + device + "\" resolved to non-regular file"},
     };
     for (const auto& test : cases) {
         EXPECT_THAT(MessageOf([&] { Parse(test.first).BuildConfiguration(); }),
