@@ -71,7 +71,7 @@ TEST(ManifestArgumentsTest, GenerateFillsOnlyItsSectionWithAbsolutePaths) {
     EXPECT_EQ(stamped->logLevel, 800u);
 }
 
-TEST(ManifestArgumentsTest, NormalizeAndHashTakeTheirOperand) {
+TEST(ManifestArgumentsTest, NormalizeAndHashTakeTheirOperandAndHelpListsThem) {
     const auto normalize = Build({"normalize", "/x/m.xml"});
     ASSERT_TRUE(normalize->normalize);
     // Windows puts the current drive in front and writes its own separators.
@@ -85,6 +85,17 @@ TEST(ManifestArgumentsTest, NormalizeAndHashTakeTheirOperand) {
         EXPECT_EQ(hash->singleFileCheck->checkType, type);
         EXPECT_EQ(hash->singleFileCheck->filePath, fs::path("a.dll"));
     }
+    // Help needs no command and lists every command.
+    ManifestToolArguments arguments;
+    arguments.Parse({"integrity_manifest", "--help"});
+    ASSERT_TRUE(arguments.IsHelpRequested());
+    std::ostringstream help;
+    arguments.PrintHelp(help);
+    EXPECT_THAT(help.str(), StartsWith("Makes and maintains manifests for integrity_checker.\n"));
+    EXPECT_THAT(help.str(), HasSubstr("  integrity_manifest normalize MANIFEST\n"));
+    EXPECT_THAT(help.str(),
+                HasSubstr("  integrity_manifest hash --type Sha256|Gost2012|Value FILE\n"));
+    EXPECT_THAT(help.str(), HasSubstr("[--threads N]"));
 }
 
 TEST(ManifestArgumentsTest, MisuseIsExplainedWithTheHelpText) {
@@ -122,19 +133,6 @@ TEST(ManifestArgumentsTest, BadValuesNameThemselves) {
     EXPECT_EQ(ArgumentError({"generate", "--config", "c", "--output", "m", "--version", "ten"}),
               "Invalid version ten: expected major.minor (10.0) or a number (1000)");
     EXPECT_EQ(ArgumentError({"hash", "--type", "sha256", "a"}), "Invalid name: sha256");
-}
-
-TEST(ManifestArgumentsTest, HelpNeedsNoCommandAndListsEveryCommand) {
-    ManifestToolArguments arguments;
-    arguments.Parse({"integrity_manifest", "--help"});
-    ASSERT_TRUE(arguments.IsHelpRequested());
-    std::ostringstream help;
-    arguments.PrintHelp(help);
-    EXPECT_THAT(help.str(), StartsWith("Makes and maintains manifests for integrity_checker.\n"));
-    EXPECT_THAT(help.str(), HasSubstr("  integrity_manifest normalize MANIFEST\n"));
-    EXPECT_THAT(help.str(),
-                HasSubstr("  integrity_manifest hash --type Sha256|Gost2012|Value FILE\n"));
-    EXPECT_THAT(help.str(), HasSubstr("[--threads N]"));
 }
 
 const boost::filesystem::path kOrigin = "/configs/product/generation.xml";
@@ -180,12 +178,9 @@ TEST(GenerationConfigTest, ReadsEveryPartOfTheVocabulary) {
     EXPECT_FALSE(config.directories[1].group);
     EXPECT_THAT(config.directories[1].checks, ElementsAre(CheckType::Sha256, CheckType::Gost2012));
 
-    ASSERT_EQ(config.files.size(), 1u);
-    EXPECT_EQ(config.files[0].filter.defined, std::string("strict"));
+    EXPECT_EQ(config.files.at(0).filter.defined, std::string("strict"));
     EXPECT_THAT(config.files[0].checks, ElementsAre(CheckType::NotExists));
-
-    ASSERT_EQ(config.registries.size(), 1u);
-    const auto& registry = config.registries[0];
+    const auto& registry = config.registries.at(0);
     EXPECT_EQ(registry.filter.arch, Arch::X86);
     ASSERT_EQ(registry.values.size(), 2u);
     EXPECT_EQ(registry.values[0].type, RegistryType::Sz);
