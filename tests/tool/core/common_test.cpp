@@ -213,10 +213,7 @@ boost::filesystem::path PathOf(const std::string& text) {
 }
 
 TEST(SignedFileNameTest, TheNameIsTakenAsItStandsInThePath) {
-    const struct {
-        const char* path;
-        std::u16string name;
-    } cases[] = {
+    const std::pair<const char*, std::u16string> cases[] = {
         {"Setup.exe", u"Setup.exe"},
         {"C:\\Program Files\\Product\\Setup.EXE", u"Setup.EXE"},
         {"/opt/product/bin/tool.dll", u"tool.dll"},
@@ -232,9 +229,8 @@ TEST(SignedFileNameTest, TheNameIsTakenAsItStandsInThePath) {
         // A path that ends in a separator binds the empty name.
         {"dir/", u""},
     };
-    for (const auto& entry : cases) {
-        SCOPED_TRACE(entry.path);
-        EXPECT_EQ(SignedFileName(PathOf(entry.path)), entry.name);
+    for (const auto& [path, name] : cases) {
+        EXPECT_EQ(SignedFileName(PathOf(path)), name) << path;
     }
     // Little-endian units, a surrogate pair for a character outside the BMP, one zero unit.
     EXPECT_EQ(SignedFileNameBytes(PathOf("/p/\xF0\x9F\x98\x80")),
@@ -249,10 +245,7 @@ TEST(SignedFileNameTest, Utf8NamesAreConvertedAndEveryMalformedFormRefused) {
 #ifdef _WIN32
     GTEST_SKIP() << "a Windows path is UTF-16: it cannot hold a name that is not valid UTF-8";
 #endif
-    const struct {
-        const char* text;
-        std::u16string units;
-    } valid[] = {
+    const std::pair<const char*, std::u16string> valid[] = {
         {"", u""},
         {"\x7F", u"\x7F"},
         {"\xC2\x80", u"\u0080"},              // smallest two-byte form
@@ -267,9 +260,8 @@ TEST(SignedFileNameTest, Utf8NamesAreConvertedAndEveryMalformedFormRefused) {
         {"a\xD0\x96z", u"a\u0416z"},
         {"\xEF\xBF\xBD", u"\uFFFD"},  // a real U+FFFD is a valid name
     };
-    for (const auto& entry : valid) {
-        SCOPED_TRACE(entry.text);
-        EXPECT_EQ(SignedFileName(std::string("/p/") + entry.text), entry.units);
+    for (const auto& [text, units] : valid) {
+        EXPECT_EQ(SignedFileName(std::string("/p/") + text), units) << text;
     }
     const char* const invalid[] = {
         "\x80",                  // a continuation byte alone

@@ -316,17 +316,13 @@ TEST(GlobPatternTest, MatchesAsTheTableSays) {
 #ifndef _WIN32
 // File names are bytes here; Windows gives UTF-16 units instead.
 TEST(EntryNameTest, OnlyNamesAManifestCanCarryPassAndOthersAreShownEscaped) {
-    struct Case {
-        std::string name;
-        std::string shown;
-        const char* problem;  // a word of the reason, or null
-    };
-    const std::vector<Case> cases = {
-        {"bin/a.dll", "bin/a.dll", nullptr},
-        {"a&b<c>\"d'.txt", "a&b<c>\"d'.txt", nullptr},
-        {"new\nline\ttab\rret", "new\\x0Aline\\x09tab\\x0Dret", nullptr},
-        {"\xD0\xB6\xE2\x82\xAC\xF0\x9F\x98\x80", "\xD0\xB6\xE2\x82\xAC\xF0\x9F\x98\x80", nullptr},
-        {"del\x7F", "del\\x7F", nullptr},
+    // A name, how it is shown, and a word of why it is refused ("" if it is not).
+    const std::tuple<std::string, std::string, std::string> cases[] = {
+        {"bin/a.dll", "bin/a.dll", ""},
+        {"a&b<c>\"d'.txt", "a&b<c>\"d'.txt", ""},
+        {"new\nline\ttab\rret", "new\\x0Aline\\x09tab\\x0Dret", ""},
+        {"\xD0\xB6\xE2\x82\xAC\xF0\x9F\x98\x80", "\xD0\xB6\xE2\x82\xAC\xF0\x9F\x98\x80", ""},
+        {"del\x7F", "del\\x7F", ""},
         {"end\xD6", "end\\xD6", "UTF-8"},
         {"over\xC0\xAF", "over\\xC0\\xAF", "UTF-8"},                  // overlong '/'
         {"half\xE2\x82", "half\\xE2\\x82", "UTF-8"},                  // cut short
@@ -336,16 +332,13 @@ TEST(EntryNameTest, OnlyNamesAManifestCanCarryPassAndOthersAreShownEscaped) {
         {"odd\\name.dll", "odd\\\\name.dll", "backslash"},
         {"not\xEF\xBF\xBF", "not\xEF\xBF\xBF", "control character"},  // U+FFFF
     };
-    for (const auto& test : cases) {
-        const EntryName name = DescribeEntryName(test.name);
-        EXPECT_EQ(name.shown, test.shown) << test.name;
-        if (test.problem == nullptr) {
-            EXPECT_EQ(name.problem, nullptr) << test.name << ": " << name.problem;
-            EXPECT_EQ(name.text, test.name);
+    for (const auto& [text, shown, problem] : cases) {
+        const EntryName name = DescribeEntryName(text);
+        EXPECT_EQ(name.shown, shown) << text;
+        if (problem.empty()) {
+            EXPECT_TRUE(name.problem == nullptr && name.text == text) << text;
         } else {
-            ASSERT_NE(name.problem, nullptr) << test.name;
-            EXPECT_NE(std::string(name.problem).find(test.problem), std::string::npos)
-                << test.name << ": " << name.problem;
+            EXPECT_THAT(std::string(name.problem ? name.problem : ""), HasSubstr(problem)) << text;
         }
     }
     EXPECT_EQ(ShowName("a\nb\\c"), "a\\x0Ab\\\\c");
@@ -353,12 +346,7 @@ TEST(EntryNameTest, OnlyNamesAManifestCanCarryPassAndOthersAreShownEscaped) {
 #endif
 
 TEST(EntryNameTest, PercentSignsThatWouldFormAPlaceholderAreFound) {
-    struct Case {
-        const char* folder;
-        const char* name;
-        bool placeholder;
-    };
-    const std::vector<Case> cases = {
+    const std::tuple<const char*, const char*, bool> cases[] = {
         {"%ProductRoot%", "%HOME%.txt", true},
         {"%ProductRoot%", "sub\\%HOME%\\a.txt", true},
         {"%ProductRoot%", "a%\\b%.txt", true},  // pairs across folders
@@ -368,9 +356,8 @@ TEST(EntryNameTest, PercentSignsThatWouldFormAPlaceholderAreFound) {
         {"%ProductRoot%\\50%", "plain.txt", false},
         {"%Bin%", "a.dll", false},
     };
-    for (const auto& test : cases) {
-        EXPECT_EQ(NameMakesPlaceholder(test.folder, test.name), test.placeholder)
-            << test.folder << " + " << test.name;
+    for (const auto& [folder, name, placeholder] : cases) {
+        EXPECT_EQ(NameMakesPlaceholder(folder, name), placeholder) << folder << " + " << name;
     }
 }
 
@@ -454,24 +441,19 @@ TEST_F(TreeEnumeratorTest, IgnoredFileIsFoundThroughLinksToItAndToItsFolder) {
     const fs::path linkedRoot =
         dir_.Path().parent_path() / (dir_.Path().filename().string() + "-link");
     fs::create_directory_symlink(dir_.Path(), linkedRoot);
-    struct Case {
-        const char* what;
-        fs::path ignored;
-        fs::path root;
-    };
     // The manifest is readme.txt; it is reached by another way each time.
-    const std::vector<Case> cases = {
+    const std::tuple<const char*, fs::path, fs::path> cases[] = {
         {"root through a link", dir_ / "readme.txt", linkedRoot},
         {"manifest through a link", linkedRoot / "readme.txt", dir_.Path()},
         {"manifest by its own link", dir_ / "bin" / "link.txt", dir_.Path()},
     };
     fs::create_symlink(dir_ / "readme.txt", dir_ / "bin" / "link.txt");
-    for (const auto& test : cases) {
+    for (const auto& [what, ignored, root] : cases) {
         TreeEnumerator enumerator({}, Patterns({"logs"}));
-        enumerator.Ignore(test.ignored);
-        EXPECT_THAT(List(enumerator, test.root),
+        enumerator.Ignore(ignored);
+        EXPECT_THAT(List(enumerator, root),
                     ElementsAre("app.exe", "bin/a.dll", "bin/a.pdb", "bin/x64/b.dll"))
-            << test.what;
+            << what;
     }
     fs::remove(linkedRoot);
 }
