@@ -1,5 +1,4 @@
-// What the tool writes and names: trace lines, console lines and the counts
-// of a run; the names of its enumerations; the file name a signature binds.
+// What the tool writes and names: traces, console lines, run counts, names.
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -30,7 +29,6 @@ using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
-using Bytes = std::vector<std::uint8_t>;
 
 // Every name maps to the value of its position and back; a value past the
 // table has no name, and any other text is refused as it was given.
@@ -234,7 +232,7 @@ TEST(SignedFileNameTest, TheNameIsTakenAsItStandsInThePath) {
     }
     // Little-endian units, a surrogate pair for a character outside the BMP, one zero unit.
     EXPECT_EQ(SignedFileNameBytes(PathOf("/p/\xF0\x9F\x98\x80")),
-              (Bytes{0x3D, 0xD8, 0x00, 0xDE, 0, 0}));
+              (std::vector<std::uint8_t>{0x3D, 0xD8, 0x00, 0xDE, 0, 0}));
 }
 
 // On POSIX a name is UTF-8, converted here: every malformed form is refused

@@ -1,6 +1,4 @@
-// The manifest tool's actions: generate, which lists a product tree into a
-// manifest, and normalize, which rewrites one in place; and the atomic file
-// writing both rely on to leave nothing half-written.
+// Generate and normalize, and the atomic writing that leaves nothing half-written.
 #include <functional>
 #include <sstream>
 #include <tuple>
@@ -27,14 +25,13 @@
 #include "utils/atomic_file.h"
 #include "xml/file.h"
 
-#ifdef __linux__
-#include <linux/capability.h>
-#include <sys/syscall.h>
-#include <unistd.h>
-#endif
 #ifndef _WIN32
 #include <sys/stat.h>
 #include <unistd.h>
+#endif
+#ifdef __linux__
+#include <linux/capability.h>
+#include <sys/syscall.h>
 #endif
 
 namespace integrity_check_tool::action {
@@ -125,7 +122,6 @@ protected:
     }
 
     ManifestPtr Load(const fs::path& path) { return xml::File(nullptr).Load(path); }
-    std::vector<std::string> Messages() const { return trace_.Messages(); }
 
     ict_test::TempDir dir_;
     ict_test::TraceCapture trace_;
@@ -280,7 +276,7 @@ TEST_F(GenerateActionTest, ThreadCountChangesNothingButSpeedAndAnyFailureWritesN
     const auto generate = [&](const std::string& config, unsigned threads, bool lock) {
         out_.str("");
         err_.str("");
-        const std::size_t tracedBefore = Messages().size();
+        const std::size_t tracedBefore = trace_.Messages().size();
         ict_test::WriteText(dir_ / "m.xml", "old manifest");
         auto settings = Settings(config, dir_ / "m.xml");
         settings.threads = threads;
@@ -298,7 +294,7 @@ TEST_F(GenerateActionTest, ThreadCountChangesNothingButSpeedAndAnyFailureWritesN
         std::string outcome = std::string(succeeded ? "succeeded" : "failed") + "\nout:\n" +
                               out_.str() + "\nerr:\n" + err_.str() + "\nmanifest:\n" +
                               ict_test::ReadText(dir_ / "m.xml") + "\ntrace:\n";
-        const auto messages = Messages();
+        const auto messages = trace_.Messages();
         for (std::size_t line = tracedBefore; line < messages.size(); ++line) {
             outcome += messages[line] + "\n";
         }
@@ -364,7 +360,7 @@ TEST_F(NormalizeTest, GroupsAndPlaceholdersSurviveAndTheWrapperGoes) {
 )";
     ASSERT_TRUE(Run(path));
     EXPECT_EQ(ict_test::ReadText(path), normalized);
-    EXPECT_THAT(Messages(), Contains("Manifest " + path.string() + " normalized"));
+    EXPECT_THAT(trace_.Messages(), Contains("Manifest " + path.string() + " normalized"));
     // The current dialect comes back unchanged.
     ASSERT_TRUE(Run(path));
     EXPECT_EQ(ict_test::ReadText(path), normalized);
@@ -387,7 +383,7 @@ TEST_F(NormalizeTest, BadInputIsLeftAsItWasAndTheReasonIsGiven) {
         ict_test::WriteText(path, content);
         EXPECT_FALSE(Run(path)) << content;
         EXPECT_EQ(ict_test::ReadText(path), content);
-        EXPECT_THAT(Messages(), Contains(HasSubstr(line)));
+        EXPECT_THAT(trace_.Messages(), Contains(HasSubstr(line)));
     }
     const std::pair<fs::path, std::string> unreadable[] = {
         {dir_.Path(), "it is a directory, not a regular file"},
@@ -395,8 +391,8 @@ TEST_F(NormalizeTest, BadInputIsLeftAsItWasAndTheReasonIsGiven) {
         {ict_test::MakeSpecialFile(dir_ / "pipe.xml"), "it is not a regular file"}};
     for (const auto& [manifest, reason] : unreadable) {
         EXPECT_FALSE(Run(manifest)) << manifest;
-        EXPECT_THAT(Messages(), Contains(failed(manifest) + "Can't open manifest file " +
-                                         manifest.string() + ". Reason: " + reason));
+        EXPECT_THAT(trace_.Messages(), Contains(failed(manifest) + "Can't open manifest file " +
+                                                manifest.string() + ". Reason: " + reason));
     }
     EXPECT_FALSE(fs::exists(dir_ / "none.xml"));
 }

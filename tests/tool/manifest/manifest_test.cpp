@@ -1,6 +1,4 @@
-// The records of a manifest on their way to the checks: the system they are
-// put to and the filter that puts them there, the environment that expands
-// their paths, and the operations that select and merge them.
+// Records on their way to the checks: filtered, expanded, selected, merged.
 #include <algorithm>
 #include <cstdlib>
 #include <map>
