@@ -236,10 +236,7 @@ TEST(GenerationConfigTest, ErrorsNameFileRowAndCause) {
                   "Invalid generation configuration /configs/product/generation.xml, row " + error)
             << text.substr(0, 100);
     }
-}
-
-// How a file is read, productRoot taken from where it lies, the action tests show.
-TEST(GenerationConfigTest, UnreadableFilesAreNamed) {
+    // How a file is read, productRoot taken from where it lies, the action tests show.
     ict_test::TempDir dir;
     EXPECT_THAT(ict_test::ThrownText<Exception>([&] { ReadGenerationConfig(dir / "missing.xml"); }),
                 HasSubstr("Can't read generation configuration " + (dir / "missing.xml").string() +
@@ -393,11 +390,16 @@ protected:
     std::vector<std::pair<std::string, std::string>> skipped_;
 };
 
-TEST_F(TreeEnumeratorTest, IncludesAdmitAndExcludesWinAndPrune) {
+TEST_F(TreeEnumeratorTest, IncludesAdmitExcludesWinAndPruneAndAFileIsNoRoot) {
     EXPECT_THAT(List(TreeEnumerator(Patterns({"*.dll", "*.exe"}), Patterns({"logs", "x64/"}))),
                 ElementsAre("app.exe", "bin/a.dll", "bin/x64/b.dll"));
     EXPECT_THAT(List(TreeEnumerator(Patterns({"bin/**"}), Patterns({"*.pdb", "bin/x64/**"}))),
                 ElementsAre("bin/a.dll"));
+    // A missing root is the generate action's test.
+    const auto ignore = [](const std::string&, const std::string&) {};
+    EXPECT_THAT(ict_test::ThrownText<Exception>(
+                    [&] { TreeEnumerator({}, {}).Enumerate(dir_ / "readme.txt", ignore); }),
+                HasSubstr("it is not a directory"));
 }
 
 TEST_F(TreeEnumeratorTest, IgnoredFileSpecialEntriesAndNamesNoManifestCanHoldAreLeftOut) {
@@ -453,14 +455,6 @@ TEST_F(TreeEnumeratorTest, IgnoredFileIsFoundThroughLinksToItAndToItsFolder) {
             << what;
     }
     fs::remove(linkedRoot);
-}
-
-// A missing root is the generate action's test.
-TEST_F(TreeEnumeratorTest, FileRootFails) {
-    const auto ignore = [](const std::string&, const std::string&) {};
-    EXPECT_THAT(ict_test::ThrownText<Exception>(
-                    [&] { TreeEnumerator({}, {}).Enumerate(dir_ / "readme.txt", ignore); }),
-                HasSubstr("it is not a directory"));
 }
 
 TEST(ProgressCounterTest, DrawsEveryNthStepOnlyWhenEnabled) {
