@@ -2,14 +2,15 @@
 #include <atomic>
 #include <cstdlib>
 #include <functional>
+#include <iterator>
 #include <new>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <boost/filesystem/directory.hpp>
 
 #if defined(__linux__)
-#include <dirent.h>
 #include <dlfcn.h>
 #include <sys/stat.h>
 #endif
@@ -168,16 +169,8 @@ TEST(DiskSyncTest, ReplacedFilesAreOnDiskWhenTheyTakeTheirName) {
 }
 
 std::size_t OpenDescriptors() {
-    std::size_t count = 0;
-    DIR* directory = opendir("/proc/self/fd");
-    if (directory == nullptr) {
-        return 0;
-    }
-    while (readdir(directory) != nullptr) {
-        ++count;
-    }
-    closedir(directory);
-    return count;
+    const boost::filesystem::directory_iterator descriptors("/proc/self/fd");
+    return static_cast<std::size_t>(std::distance(descriptors, {}));
 }
 
 // Opening a file must not leave its descriptor open when the stream object

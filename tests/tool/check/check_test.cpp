@@ -65,26 +65,24 @@ private:
     std::shared_ptr<ict_test::FakeDataObject> value_;
 };
 
-// A checker member that passes or throws the given exception, counting calls.
+// A checker member that passes or throws the given exception, keeping the
+// arguments of each call.
 class ScriptedChecker : public IFileChecker, public IRegistryChecker {
 public:
     explicit ScriptedChecker(std::function<void()> behaviour) : behaviour_(std::move(behaviour)) {}
 
     std::string GetName() const override { return "Scripted"; }
     void CheckFileValue(const boost::filesystem::path& path) const override {
-        ++calls;
-        lastArguments = path.string();
+        calls.push_back(path.string());
         behaviour_();
     }
     void CheckRegistryValue(const std::string& keyPath, const std::string& valueName,
                             RegistryType /*type*/) const override {
-        ++calls;
-        lastArguments = keyPath + "|" + valueName;
+        calls.push_back(keyPath + "|" + valueName);
         behaviour_();
     }
 
-    mutable int calls = 0;
-    mutable std::string lastArguments;
+    mutable std::vector<std::string> calls;
 
 private:
     std::function<void()> behaviour_;
@@ -205,10 +203,10 @@ TEST(AnyOfTest, StopsAtFirstPassingMemberAndTracesNumberedSteps) {
 
     anyOf.CheckFileValue("/opt/p/a.dll");
 
-    EXPECT_EQ(first->calls, 1);
-    EXPECT_EQ(second->calls, 1);
-    EXPECT_EQ(third->calls, 0);
-    EXPECT_EQ(second->lastArguments, "/opt/p/a.dll");
+    using Calls = std::vector<std::string>;
+    EXPECT_EQ(first->calls, Calls{"/opt/p/a.dll"});
+    EXPECT_EQ(second->calls, Calls{"/opt/p/a.dll"});
+    EXPECT_EQ(third->calls, Calls{});
     EXPECT_THAT(trace.Messages(),
                 ElementsAre("Check [1] ...",
                             "Check [1] - Failed. Verification mismatch with 'Sha256' checker. "
@@ -238,7 +236,7 @@ TEST(AnyOfTest, AllFailingMembersAreListedInOrderAndOneIsRethrownAsItIs) {
                   registryValue(AnyOf(trace.Tracer(), std::vector<IRegistryCheckerPtr>{member}));
               }),
               "own failure");
-    EXPECT_EQ(member->lastArguments, "HKLM\\K|V");
+    EXPECT_EQ(member->calls, std::vector<std::string>{"HKLM\\K|V"});
 
     EXPECT_EQ(ict_test::ThrownText<Exception>([&] {
                   AnyOf(trace.Tracer(), std::vector<IFileCheckerPtr>{}).CheckFileValue("/p/f");
@@ -337,24 +335,16 @@ TEST(ValueProvidersTest, RawGivesEveryByteUpToItsLimitAndEmptyNeverReads) {
     EXPECT_EQ(Evaluate(EmptyValueProvider(), untouched), "");
     EXPECT_EQ(untouched.reads, 0);
 
-    const std::string limit = std::to_string(RawValueProvider::kMaxSize);
-    const std::uint64_t huge = 3ull << 30;
-    const struct {
-        FakeDataObject object;
-        std::string message;
-    } cases[] = {
-        {FakeDataObject(true, {PatternBytes(4096), huge}),
-         "The value is " + std::to_string(huge) + " bytes long; a Value holds at most " + limit +
-             " bytes"},
-        // No size, but no end either: stopped at the first block past the limit.
-        {FakeDataObject(true, {PatternBytes(4096), {}, true}),
-         " bytes long; a Value holds at most " + limit + " bytes"},
+    const std::string tooLong = " bytes long; a Value holds at most " +
+                                std::to_string(RawValueProvider::kMaxSize) + " bytes";
+    const auto error = [](const FakeDataObject& object) {
+        return ict_test::ThrownText<Exception>([&] { Evaluate(RawValueProvider(), object); });
     };
-    for (const auto& test : cases) {
-        EXPECT_THAT(
-            ict_test::ThrownText<Exception>([&] { Evaluate(RawValueProvider(), test.object); }),
-            testing::AllOf(testing::StartsWith("The value is "), testing::EndsWith(test.message)));
-    }
+    EXPECT_EQ(error(FakeDataObject(true, {PatternBytes(4096), 3ull << 30})),
+              "The value is " + std::to_string(3ull << 30) + tooLong);
+    // No size, but no end either: stopped at the first block past the limit.
+    EXPECT_THAT(error(FakeDataObject(true, {PatternBytes(4096), {}, true})),
+                testing::AllOf(testing::StartsWith("The value is "), testing::EndsWith(tooLong)));
 }
 
 TEST(ValueProvidersTest, FailingReadRaisesFrameworkResult) {
