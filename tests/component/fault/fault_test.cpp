@@ -1,16 +1,21 @@
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
 #include <functional>
+#include <iterator>
+#include <new>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <boost/filesystem/directory.hpp>
 
 #if defined(__linux__)
-#include <dirent.h>
+#include <dlfcn.h>
+#include <sys/stat.h>
 #endif
 
-#include "allocation_failure.h"
 #include "crypto/vds/service/service.h"
-#include "disk_sync.h"
 #include "ruk/file_replacement.h"
 #include "ruk/io.h"
 #include "storage/container_format.h"
@@ -19,8 +24,97 @@
 #include "support/temp_dir.h"
 #include "support/vds/vds_material.h"
 
+// This program replaces operator new, so that a test can make one chosen
+// allocation throw std::bad_alloc, and on Linux the disk-sync calls, so that
+// a test can tell whether a file was made durable.
 namespace fault_test {
 namespace {
+
+std::atomic<long long> countdown{-1};  // allocations until the failing one
+std::atomic<bool> allocationFailed{false};
+
+void* Allocate(std::size_t size) {
+    if (countdown.load() >= 0 && countdown.fetch_sub(1) == 0) {
+        allocationFailed = true;
+        throw std::bad_alloc();
+    }
+    void* memory = std::malloc(size == 0 ? 1 : size);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+
+void* AllocateOrNull(std::size_t size) noexcept {
+    try {
+        return Allocate(size);
+    } catch (...) {
+        return nullptr;
+    }
+}
+
+// Calls `operation` with the first, second, ... allocation failing until it
+// runs through without reaching the armed one; returns how many runs failed.
+template <typename Operation>
+std::size_t FailEachAllocation(Operation operation) {
+    for (std::size_t index = 0;; ++index) {
+        allocationFailed = false;
+        countdown = static_cast<long long>(index);
+        try {
+            operation();
+        } catch (...) {
+        }
+        countdown = -1;
+        if (!allocationFailed) {
+            return index;
+        }
+    }
+}
+
+#if defined(__linux__)
+struct FileId {
+    dev_t device;
+    ino_t index;
+};
+
+// A fixed table: noting a sync must not allocate, or it would disturb the
+// allocation counting of the other tests in this program.
+constexpr std::size_t kMostSyncs = 256;
+FileId synced[kMostSyncs];
+std::atomic<std::size_t> syncCount{0};
+
+void NoteSync(int fd) {
+    struct stat info {};
+    if (::fstat(fd, &info) != 0) {
+        return;
+    }
+    const std::size_t slot = syncCount.fetch_add(1);
+    if (slot < kMostSyncs) {
+        synced[slot] = {info.st_dev, info.st_ino};
+    }
+}
+
+// Whether the file the path names now was put on disk since syncCount was
+// last reset, under whatever name it had then.
+bool WasSyncedToDisk(const boost::filesystem::path& path) {
+    struct stat info {};
+    if (::stat(path.c_str(), &info) != 0) {
+        return false;
+    }
+    const std::size_t count = std::min(syncCount.load(), kMostSyncs);
+    for (std::size_t index = 0; index < count; ++index) {
+        if (synced[index].device == info.st_dev && synced[index].index == info.st_ino) {
+            return true;
+        }
+    }
+    return false;
+}
+
+int NextSync(const char* name, int fd) {
+    NoteSync(fd);
+    return reinterpret_cast<int (*)(int)>(::dlsym(RTLD_NEXT, name))(fd);
+}
+#endif
 
 namespace service = crypto::vds::service;
 using Bytes = std::vector<std::uint8_t>;
@@ -58,37 +152,25 @@ TEST(DiskSyncTest, ReplacedFilesAreOnDiskWhenTheyTakeTheirName) {
                                             storage::ContainerEncoding::Compressed);
          }},
     };
+    ict_test::TempDir plain;
+    syncCount = 0;
+    // The check itself: a file written and never synced is not taken for one.
+    ict_test::WriteText(plain / "plain", "not synced");
+    EXPECT_FALSE(WasSyncedToDisk(plain / "plain"));
     for (const auto& writer : writers) {
         SCOPED_TRACE(writer.name);
         ict_test::TempDir dir;
         for (int round = 0; round < 2; ++round) {  // new, then replacing
-            ForgetDiskSyncs();
+            syncCount = 0;
             ASSERT_EQ(writer.write(dir.Path()), ruk::result::Success);
             EXPECT_TRUE(WasSyncedToDisk(dir / "vdscrl.rdb")) << "round " << round;
         }
     }
 }
 
-// The check itself: a file written and never synced is not taken for one.
-TEST(DiskSyncTest, AFileNeverSyncedIsToldApart) {
-    ict_test::TempDir dir;
-    ForgetDiskSyncs();
-    ict_test::WriteText(dir / "plain", "not synced");
-    EXPECT_FALSE(WasSyncedToDisk(dir / "plain"));
-    EXPECT_FALSE(WasSyncedToDisk(dir / "missing"));
-}
-
 std::size_t OpenDescriptors() {
-    std::size_t count = 0;
-    DIR* directory = opendir("/proc/self/fd");
-    if (directory == nullptr) {
-        return 0;
-    }
-    while (readdir(directory) != nullptr) {
-        ++count;
-    }
-    closedir(directory);
-    return count;
+    const boost::filesystem::directory_iterator descriptors("/proc/self/fd");
+    return static_cast<std::size_t>(std::distance(descriptors, {}));
 }
 
 // Opening a file must not leave its descriptor open when the stream object
@@ -161,7 +243,7 @@ TEST(ServiceFaultTest, EveryFailedAllocationEndsInAFailureCode) {
         const ruk::result_t created =
             service::VdsCreateVerifierWithOptionalCrls(rootRanges, {}, Range(container), &verifier);
         if (ruk::Failed(created)) {
-            EXPECT_TRUE(AllocationFailed());
+            EXPECT_TRUE(allocationFailed);
             return;
         }
         ASSERT_TRUE(verifier);
@@ -171,7 +253,7 @@ TEST(ServiceFaultTest, EveryFailedAllocationEndsInAFailureCode) {
             ASSERT_TRUE(result);
             ++verified;
         } else {
-            EXPECT_TRUE(AllocationFailed()) << code;
+            EXPECT_TRUE(allocationFailed) << code;
         }
         service::IVdsSignatureVerifierPtr copy;
         if (ruk::Succeeded(verifier->Clone(&copy))) {
@@ -185,3 +267,37 @@ TEST(ServiceFaultTest, EveryFailedAllocationEndsInAFailureCode) {
 
 }  // namespace
 }  // namespace fault_test
+
+void* operator new(std::size_t size) {
+    return fault_test::Allocate(size);
+}
+void* operator new[](std::size_t size) {
+    return fault_test::Allocate(size);
+}
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return fault_test::AllocateOrNull(size);
+}
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+    return fault_test::AllocateOrNull(size);
+}
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete[](void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+void operator delete[](void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+
+#if defined(__linux__)
+extern "C" int fsync(int fd) {
+    return fault_test::NextSync("fsync", fd);
+}
+extern "C" int fdatasync(int fd) {
+    return fault_test::NextSync("fdatasync", fd);
+}
+#endif

@@ -8,7 +8,7 @@
 #include <boost/filesystem/operations.hpp>
 
 #include "build_info.h"
-#include "support/e2e.h"
+#include "support/e2e_product.h"
 
 namespace {
 
@@ -35,10 +35,7 @@ const std::string kVersionLine = std::string("Version ") + ICT_PRODUCT_VERSION +
 class FoundationE2eTest : public testing::Test {
 protected:
     ict_test::RunResult Run(std::vector<std::string> arguments) {
-        ict_test::RunOptions options;
-        options.arguments = std::move(arguments);
-        options.workingDirectory = dir_.Path();
-        return ict_test::RunProgram(ict_test::CheckerPath(), options);
+        return ict_test::e2e::Checker(std::move(arguments), dir_.Path());
     }
 
     ict_test::TempDir dir_;

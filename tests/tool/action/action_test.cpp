@@ -17,9 +17,11 @@
 #include "common/exception.h"
 #include "common/run_statistics.h"
 #include "factory/factory.h"
+#include "signature/without_signature_verifier.h"
 #include "support/file_helpers.h"
 #include "support/manifest_text.h"
 #include "support/temp_dir.h"
+#include "support/thrown.h"
 #include "support/trace_capture.h"
 #include "tool/check/fakes.h"
 
@@ -102,14 +104,6 @@ protected:
         return verify.Execute();
     }
 
-    boost::filesystem::path ManifestOfThree() {
-        return WriteManifest("m.xml",
-                             "<File path=\"%ProductRoot%/bad.dll\"><Check/></File>\n"
-                             "<File path=\"%ProductRoot%/good.dll\"><Check/></File>\n"
-                             "<File path=\"%ProductRoot%/skip.dll\" defined=\"NO\"><Check/></File>"
-                             "\n<File path=\"%ProductRoot%/late.dll\"><Check/></File>\n");
-    }
-
     ict_test::TempDir dir_;
     ict_test::TraceCapture trace_;
     std::ostringstream out_;
@@ -121,6 +115,7 @@ protected:
 
 using VerifyTest = ActionTest;
 using SideActionsTest = ActionTest;
+using FactoryTest = ActionTest;
 
 TEST_F(VerifyTest, PassingManifestCountsEveryObjectAndPrintsSummaryOnce) {
     ict_test::WriteText(dir_ / "bin" / "a.dll", "aaa");
@@ -218,27 +213,80 @@ TEST_F(VerifyTest, SingleFileIsTheOnlyObjectChecked) {
 }
 
 TEST_F(SideActionsTest, CheckSignatureTriesEveryFileAndTracesFailuresAsErrors) {
+    const auto manifest =
+        WriteManifest("m.xml",
+                      "<File path=\"%ProductRoot%/bad.dll\"><Check/></File>\n"
+                      "<File path=\"%ProductRoot%/good.dll\"><Check/></File>\n"
+                      "<File path=\"%ProductRoot%/skip.dll\" defined=\"NO\"><Check/></File>\n"
+                      "<File path=\"%ProductRoot%/late.dll\"><Check/></File>\n");
+    // A verifier that cannot be made fails the run before any file.
+    arguments_->SetSignatureCheckingMode(SignatureCheckingMode::Release);
+    arguments_->SetSignatureType(static_cast<SignatureType>(3));
+    EXPECT_FALSE(CheckSignature(Settings({manifest}), trace_.Tracer(), MakeFactory(), statistics_)
+                     .Execute());
+    EXPECT_EQ(Counts(Files), "0/0/0");
+    EXPECT_THAT(err_.str(), HasSubstr("Unknown signature type 3"));
+
     const auto factory = MakeFactory<TestFactory>();
-    CheckSignature action(Settings({ManifestOfThree()}), trace_.Tracer(), factory, statistics_);
+    CheckSignature action(Settings({manifest}), trace_.Tracer(), factory, statistics_);
     EXPECT_EQ(action.GetName(), "CheckSignature");
-
     EXPECT_FALSE(action.Execute());
-
     EXPECT_EQ(factory->verifier->verified,
               (std::vector<std::string>{"bad.dll", "good.dll", "late.dll"}));
     EXPECT_EQ(Counts(Files), "1/1/2");
-    EXPECT_EQ(Counts(Manifests), "1/0/0");
+    EXPECT_EQ(Counts(Manifests), "2/0/0");  // one failure each run
     EXPECT_THAT(err_.str(), HasSubstr("bad.dll failed. Reason: Invalid signature"));
 }
 
-TEST_F(SideActionsTest, UnusableVerifierFailsBeforeAnyFile) {
-    arguments_->SetSignatureCheckingMode(SignatureCheckingMode::Release);
-    arguments_->SetSignatureType(static_cast<SignatureType>(3));
-    CheckSignature action(Settings({ManifestOfThree()}), trace_.Tracer(), MakeFactory(),
-                          statistics_);
-    EXPECT_FALSE(action.Execute());
-    EXPECT_EQ(Counts(Files), "0/0/0");
-    EXPECT_THAT(err_.str(), HasSubstr("Unknown signature type 3"));
+// Which verifier each signature type gets while checking is the verifiers'
+// own tests (dsvm, vds) and the side actions' (an unknown type).
+TEST_F(FactoryTest, CheckerAndProviderByCheckType) {
+    const auto factory = MakeFactory();
+    // Registry checkers come from the same table as file checkers.
+    const struct {
+        CheckType type;
+        const char* checker;
+        const char* provider;
+    } cases[] = {
+        {CheckType::Exists, "Exists", "Empty"}, {CheckType::NotExists, "NotExists", "Empty"},
+        {CheckType::Sha256, "Hash", "Sha256"},  {CheckType::Gost2012, "Hash", "Gost2012Hash"},
+        {CheckType::Value, "Value", "Raw"},
+    };
+    for (const auto& test : cases) {
+        EXPECT_EQ(factory->CreateFileChecker({test.type, {1}})->GetName(), test.checker);
+        EXPECT_EQ(factory->CreateValueProvider(test.type)->GetName(), test.provider);
+    }
+    const auto unknown = static_cast<CheckType>(9);
+    EXPECT_THAT(ict_test::ThrownText<Exception>([&] {
+                    factory->CreateFileChecker({unknown, {}});
+                }),
+                HasSubstr("9"));
+    EXPECT_THAT(ict_test::ThrownText<Exception>([&] { factory->CreateValueProvider(unknown); }),
+                HasSubstr("9"));
+}
+
+TEST_F(FactoryTest, DisabledCheckingGivesUnsignedVerifierWhateverTheType) {
+    arguments_->SetSignatureCheckingMode(SignatureCheckingMode::Disabled);
+    for (const auto type : {SignatureType::Dsvm2, SignatureType::Vds,
+                            SignatureType::VdsWithFilename, static_cast<SignatureType>(77)}) {
+        arguments_->SetSignatureType(type);
+        EXPECT_EQ(MakeFactory()->CreateSignatureVerifier()->GetName(), "WithoutSignatureVerifier");
+    }
+}
+
+TEST_F(FactoryTest, WithoutSignatureVerifierAcceptsUnreadFilesAndReadsContentOnRequest) {
+    const WithoutSignatureVerifier verifier;
+    // Not even opened: a missing file passes without a content buffer.
+    verifier.Verify(dir_ / "missing", nullptr);
+
+    ict_test::WriteText(dir_ / "f", "content");
+    std::vector<std::uint8_t> content{9, 9};
+    verifier.Verify(dir_ / "f", &content);
+    EXPECT_EQ(content, ict_test::BytesOf("content"));
+
+    EXPECT_THAT(
+        ict_test::ThrownText<Exception>([&] { verifier.Verify(dir_ / "missing", &content); }),
+        HasSubstr("Can't read file " + (dir_ / "missing").string()));
 }
 
 TEST(FileLookupTest, EachStepFindsTheEntryMeantAndEquivalenceOnlyForExistingPaths) {

@@ -15,44 +15,47 @@ namespace ict_test {
 using Bytes = std::vector<std::uint8_t>;
 using Size = std::optional<std::uint64_t>;  // none: the stream reports no size
 
-// A stream of `content` that may claim another size or none, may repeat its
-// content without end and may fail its read number `failingRead` with an
-// I/O error; it counts what was asked of it.
+// What a ScriptedStream holds and does: `content`, claiming another size or
+// none, maybe repeating without end, maybe failing its read number
+// `failingRead` with an I/O error.
+struct StreamScript {
+    Bytes content;
+    Size claimedSize;
+    bool endless = false;
+    int failingRead = -1;
+};
+
+// A stream that plays its script and counts what was asked of it.
 class ScriptedStream : public ruk::MemoryIO {
 public:
-    ScriptedStream(Bytes content, Size claimedSize, bool endless = false, int failingRead = -1)
-        : content_(std::move(content)),
-          claimedSize_(claimedSize),
-          endless_(endless),
-          failingRead_(failingRead) {}
+    explicit ScriptedStream(StreamScript script) : script_(std::move(script)) {}
 
     ruk::result_t Read(void* buffer, std::size_t size, std::size_t* read) override {
-        if (reads_++ == failingRead_) {
+        if (reads_++ == script_.failingRead) {
             return ruk::result::IoError;
         }
         largestRequest = std::max(largestRequest, size);
+        const Bytes& content = script_.content;
         std::size_t count = 0;
         auto* out = static_cast<std::uint8_t*>(buffer);
-        while (count < size && !content_.empty() && (endless_ || position_ < content_.size())) {
-            out[count++] = content_[position_++ % content_.size()];
+        while (count < size && !content.empty() &&
+               (script_.endless || position_ < content.size())) {
+            out[count++] = content[position_++ % content.size()];
         }
         bytesRead += count;
         *read = count;
         return ruk::result::Success;
     }
     ruk::result_t GetSize(std::uint64_t* size) override {
-        *size = claimedSize_.value_or(0);
-        return claimedSize_ ? ruk::result::Success : ruk::result::NotSupported;
+        *size = script_.claimedSize.value_or(0);
+        return script_.claimedSize ? ruk::result::Success : ruk::result::NotSupported;
     }
 
     std::size_t bytesRead = 0;
     std::size_t largestRequest = 0;
 
 private:
-    Bytes content_;
-    Size claimedSize_;
-    bool endless_;
-    int failingRead_;
+    StreamScript script_;
     int reads_ = 0;
     std::size_t position_ = 0;
 };
@@ -61,31 +64,23 @@ private:
 // that tells its true size); counts how often it was read.
 class FakeDataObject : public integrity_check_tool::IDataObject {
 public:
-    FakeDataObject(bool exists, Bytes content) : FakeDataObject(exists, content, content.size()) {}
-    FakeDataObject(bool exists, Bytes content, Size claimedSize, bool endless = false,
-                   int failingRead = -1)
-        : exists_(exists),
-          content_(std::move(content)),
-          claimedSize_(claimedSize),
-          endless_(endless),
-          failingRead_(failingRead) {}
+    FakeDataObject(bool exists, Bytes content)
+        : FakeDataObject(exists, StreamScript{content, content.size()}) {}
+    FakeDataObject(bool exists, StreamScript script)
+        : exists_(exists), script_(std::move(script)) {}
 
     std::string GetTypeName() const override { return "Fake"; }
     bool IsExists() const override { return exists_; }
     ruk::intrusive_ptr<ruk::IIO> GetData() const override {
         ++reads;
-        return ruk::intrusive_ptr<ruk::IIO>(
-            new ScriptedStream(content_, claimedSize_, endless_, failingRead_));
+        return ruk::intrusive_ptr<ruk::IIO>(new ScriptedStream(script_));
     }
 
     mutable int reads = 0;
 
 private:
     bool exists_;
-    Bytes content_;
-    Size claimedSize_;
-    bool endless_;
-    int failingRead_;
+    StreamScript script_;
 };
 
 inline Bytes BytesOf(const std::string& text) {

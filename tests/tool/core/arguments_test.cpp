@@ -12,13 +12,10 @@
 #include "support/temp_dir.h"
 #include "support/thrown.h"
 
+namespace integrity_check_tool {
 namespace {
 
 namespace fs = boost::filesystem;
-using integrity_check_tool::CheckerArguments;
-using integrity_check_tool::Exception;
-using integrity_check_tool::SignatureType;
-using integrity_check_tool::TrustedRoot;
 using testing::ElementsAre;
 using testing::StartsWith;
 
@@ -29,30 +26,18 @@ CheckerArguments Parse(std::vector<std::string> arguments) {
     return parsed;
 }
 
-template <typename Call>
-std::string MessageOf(Call call) {
-    return ict_test::ThrownText<Exception>(call);
-}
-
-// Runs a test step in another current directory.
-class ScopedCurrentPath {
-public:
-    explicit ScopedCurrentPath(const fs::path& path) : previous_(fs::current_path()) {
-        fs::current_path(path);
-    }
-    ~ScopedCurrentPath() { fs::current_path(previous_); }
-
-private:
-    fs::path previous_;
-};
-
+// Each test runs in its own folder, which holds two manifests and a folder.
 class ArgumentsTest : public testing::Test {
 protected:
     ArgumentsTest() {
         ict_test::WriteText(manifest_, "<Manifest/>");
         ict_test::WriteText(other_, "<Manifest/>");
+        fs::create_directories(dir_ / "sub");
+        fs::current_path(dir_.Path());
     }
+    ~ArgumentsTest() override { fs::current_path(previous_); }
 
+    const fs::path previous_ = fs::current_path();
     ict_test::TempDir dir_;
     const fs::path manifest_ = dir_ / "a.xml";
     const fs::path other_ = dir_ / "b.xml";
@@ -75,6 +60,9 @@ TEST_F(ArgumentsTest, DefaultsWithOnlyAManifest) {
                  configuration->singleFileCheck || configuration->generate ||
                  configuration->normalize);
     EXPECT_EQ(configuration->logLevel, 600u);
+    // Neither the default manifest nor the broken revocation path is looked at.
+    const auto version = Parse({"--version", "--crl", "/dev/null"}).BuildConfiguration();
+    EXPECT_TRUE(version->displayVersion && !version->verify);
 }
 
 TEST_F(ArgumentsTest, EveryOptionReachesTheConfiguration) {
@@ -101,17 +89,7 @@ TEST_F(ArgumentsTest, EveryOptionReachesTheConfiguration) {
     EXPECT_FALSE(configuration->displayVersion);
 }
 
-TEST_F(ArgumentsTest, VersionLeavesOutVerificationAndItsPaths) {
-    // Neither the default manifest nor the broken revocation path is looked at.
-    const auto configuration = Parse({"--version", "--crl", "/dev/null"}).BuildConfiguration();
-    EXPECT_FALSE(configuration->verify);
-    EXPECT_TRUE(configuration->displayVersion);
-    EXPECT_EQ(configuration->logLevel, 600u);
-}
-
 TEST_F(ArgumentsTest, ManifestPathsAreCanonicalSortedAndUnique) {
-    fs::create_directories(dir_ / "sub");
-    const ScopedCurrentPath inDir(dir_.Path());
     // Relative, absolute and through "..": two files in the end, each named
     // with the system's own separators.
     const auto resolved = Parse({other_.string(), "a.xml", manifest_.string(),
@@ -128,12 +106,9 @@ TEST_F(ArgumentsTest, ManifestPathsAreCanonicalSortedAndUnique) {
 }
 
 TEST_F(ArgumentsTest, PathErrorsNameThePath) {
-    fs::create_directories(dir_ / "sub");
-    const ScopedCurrentPath inDir(dir_.Path());
     const std::string missing = (dir_ / "missing.xml").string();
     const std::string folder = dir_.Path().string();
     const std::string fifo = ict_test::MakeSpecialFile(dir_ / "pipe.xml").string();
-    const std::string device = ict_test::MakeSpecialFile(dir_ / "dev").string();
     const std::string m = manifest_.string();
     const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
         {{missing}, "Manifest path \"" + missing + "\" can't be resolved. Reason: "},
@@ -142,11 +117,11 @@ TEST_F(ArgumentsTest, PathErrorsNameThePath) {
         {{"--crl", fifo, m}, "CRL path \"" + fifo + "\" is not a directory or regular file"},
         {{"--single_file", "sub", m}, "Path \"sub\" resolved to non-regular file"},
         {{"--single_file", "gone", m}, "Path \"gone\" resolved to non-regular file"},
-        {{"--single_file", device, m}, "Path \"" + device + "\" resolved to non-regular file"},
     };
     for (const auto& test : cases) {
-        EXPECT_THAT(MessageOf([&] { Parse(test.first).BuildConfiguration(); }),
-                    StartsWith(test.second));
+        EXPECT_THAT(
+            ict_test::ThrownText<Exception>([&] { Parse(test.first).BuildConfiguration(); }),
+            StartsWith(test.second));
     }
 }
 
@@ -157,8 +132,6 @@ TEST_F(ArgumentsTest, RevocationAndSingleFilePathsAreKeptAsGiven) {
     for (const auto& crl : {dir_ / "none", manifest_, dir_.Path()}) {
         EXPECT_EQ(Parse({"--crl", crl.string()}).GetCrlPath(), crl);
     }
-    fs::create_directories(dir_ / "sub");
-    const ScopedCurrentPath inDir(dir_.Path());
     EXPECT_EQ(Parse({"--single_file", "./sub/../a.xml"}).GetSingleFilePath()->string(),
               (dir_ / "." / "sub" / ".." / "a.xml").string());
     if (!ict_test::SymbolicLinksWork(dir_.Path())) {
@@ -169,3 +142,4 @@ TEST_F(ArgumentsTest, RevocationAndSingleFilePathsAreKeptAsGiven) {
 }
 
 }  // namespace
+}  // namespace integrity_check_tool

@@ -1,24 +1,14 @@
 #pragma once
 
-#include "check/i_checkers.h"
-#include "check/i_data_object_source.h"
-#include "tracer.h"
+#include "check/presence.h"
 
 namespace integrity_check_tool::check {
 
 // Passes when the file (a regular file) or the registry value exists.
-class Exists : public IFileChecker, public IRegistryChecker {
+class Exists : public Presence {
 public:
-    Exists(TracerPtr tracer, IDataObjectSourcePtr source);
-
-    std::string GetName() const override;
-    void CheckFileValue(const boost::filesystem::path& path) const override;
-    void CheckRegistryValue(const std::string& keyPath, const std::string& valueName,
-                            RegistryType type) const override;
-
-private:
-    TracerPtr tracer_;
-    IDataObjectSourcePtr source_;
+    Exists(TracerPtr tracer, IDataObjectSourcePtr source)
+        : Presence(true, std::move(tracer), std::move(source)) {}
 };
 
 }  // namespace integrity_check_tool::check

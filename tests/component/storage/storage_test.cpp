@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <random>
@@ -16,8 +17,76 @@
 namespace {
 
 namespace fs = boost::filesystem;
+namespace format = storage::format;
 using storage::ContainerEncoding;
 using Bytes = std::vector<std::uint8_t>;
+
+// The compressed magic followed by the size field `size` and `streamSize`
+// stream bytes.
+Bytes CompressedHeader(std::uint64_t size, std::size_t streamSize) {
+    Bytes file(format::kCompressedMagic.begin(), format::kCompressedMagic.end());
+    for (int index = 0; index < 8; ++index) {
+        file.push_back(static_cast<std::uint8_t>(size >> (8 * index)));
+    }
+    file.resize(file.size() + streamSize, 0);
+    return file;
+}
+
+TEST(ContainerFormatTest, HeadersTellTheEncodingAndSizeOrAreCorrupt) {
+    Bytes encoded;
+    ASSERT_EQ(format::EncodeContainer(Bytes(1000, 0x41), ContainerEncoding::Compressed, &encoded),
+              ruk::result::Success);
+    EXPECT_EQ(Bytes(encoded.begin(), encoded.begin() + format::kHeaderSize),
+              CompressedHeader(1000, 0));
+    const Bytes partialMagic(format::kCompressedMagic.begin(), format::kCompressedMagic.end() - 1);
+    // Ten stream bytes cannot inflate to more than 1032 * 10 + 64 bytes.
+    const std::uint64_t limit = 1032 * 10 + 64;
+    const struct {
+        const char* what;
+        Bytes file;
+        ruk::result_t result;
+        ContainerEncoding encoding = ContainerEncoding::Raw;
+        std::uint64_t contentSize = 0;
+    } cases[] = {
+        {"compressed", encoded, ruk::result::Success, ContainerEncoding::Compressed, 1000},
+        {"raw", Bytes(1000, 0x41), ruk::result::Success, ContainerEncoding::Raw, 1000},
+        {"empty", {}, ruk::result::Success, ContainerEncoding::Raw, 0},
+        {"seven magic bytes", partialMagic, ruk::result::Success, ContainerEncoding::Raw, 7},
+        {"magic without the size field", Bytes(encoded.begin(), encoded.begin() + 12),
+         ruk::result::InvalidFormat},
+        {"the largest size a stream gives", CompressedHeader(limit, 10), ruk::result::Success,
+         ContainerEncoding::Compressed, limit},
+        {"one byte more", CompressedHeader(limit + 1, 10), ruk::result::InvalidFormat},
+        // The largest size field must not overflow the check.
+        {"size 2^64-1", CompressedHeader(UINT64_MAX, 10), ruk::result::InvalidFormat},
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.what);
+        format::Header header;
+        const std::size_t prefix = std::min(test.file.size(), format::kHeaderSize);
+        ASSERT_EQ(format::ParseHeader(test.file.data(), prefix, test.file.size(), &header),
+                  test.result);
+        if (test.result == ruk::result::Success) {
+            EXPECT_EQ(header.encoding, test.encoding);
+            EXPECT_EQ(header.contentSize, test.contentSize);
+        }
+    }
+}
+
+TEST(ContainerFormatTest, RawContentIsTheFileUnlessItLooksCompressed) {
+    Bytes file;
+    ASSERT_EQ(format::EncodeContainer({1, 2, 3}, ContainerEncoding::Raw, &file),
+              ruk::result::Success);
+    EXPECT_EQ(file, (Bytes{1, 2, 3}));
+    Bytes content(format::kCompressedMagic.begin(), format::kCompressedMagic.end());
+    content.resize(40, 1);
+    file.clear();
+    EXPECT_EQ(format::EncodeContainer(content, ContainerEncoding::Raw, &file),
+              ruk::result::InvalidArgument);
+    EXPECT_TRUE(file.empty());
+    EXPECT_EQ(format::EncodeContainer(content, ContainerEncoding::Compressed, &file),
+              ruk::result::Success);
+}
 
 Bytes RandomBytes(std::size_t size, unsigned seed) {
     std::mt19937 engine(seed);
@@ -31,10 +100,6 @@ Bytes RandomBytes(std::size_t size, unsigned seed) {
 
 class DirectoryStorageTest : public ::testing::Test {
 protected:
-    void WriteFile(const std::string& name, const Bytes& bytes) {
-        ict_test::WriteBytes(directory_ / name, bytes);
-    }
-
     storage::IContainerPtr Open(const std::string& name, ruk::result_t expected) {
         storage::IStoragePtr opened;
         EXPECT_EQ(storage::OpenDirectoryStorage(directory_, &opened), ruk::result::Success);
@@ -89,7 +154,7 @@ TEST_F(DirectoryStorageTest, BothEncodingsRoundTripInAnyChunkSize) {
 TEST_F(DirectoryStorageTest, DamagedCompressedStreamsFailEveryRead) {
     const Bytes content = RandomBytes(200000, 2);
     Bytes good;
-    ASSERT_EQ(storage::format::EncodeContainer(content, ContainerEncoding::Compressed, &good),
+    ASSERT_EQ(format::EncodeContainer(content, ContainerEncoding::Compressed, &good),
               ruk::result::Success);
 
     using Damage = std::function<void(Bytes&)>;
@@ -101,14 +166,13 @@ TEST_F(DirectoryStorageTest, DamagedCompressedStreamsFailEveryRead) {
         // The stream produces one byte more, or one less, than declared.
         {"longer than declared", [](Bytes& b) { b[8] -= 1; }},
         {"shorter than declared", [](Bytes& b) { b[8] += 1; }},
-        {"not zlib",
-         [](Bytes& b) { std::fill(b.begin() + storage::format::kHeaderSize, b.end(), 0xEE); }},
+        {"not zlib", [](Bytes& b) { std::fill(b.begin() + format::kHeaderSize, b.end(), 0xEE); }},
     };
     for (const auto& [what, damage] : damages) {
         SCOPED_TRACE(what);
         Bytes file = good;
         damage(file);
-        WriteFile("damaged", file);
+        ict_test::WriteBytes(directory_ / "damaged", file);
         auto container = Open("damaged", ruk::result::Success);
         ASSERT_TRUE(container);
         ruk::result_t code = ruk::result::Success;
@@ -119,12 +183,10 @@ TEST_F(DirectoryStorageTest, DamagedCompressedStreamsFailEveryRead) {
         EXPECT_EQ(container->Read(&byte, 1, &read), ruk::result::InvalidFormat);
         EXPECT_EQ(read, 0u);
     }
-}
-
-TEST_F(DirectoryStorageTest, ImpossibleHeaderFailsOnOpen) {
-    Bytes file(storage::format::kCompressedMagic.begin(), storage::format::kCompressedMagic.end());
-    file.resize(storage::format::kHeaderSize, 0xFF);
-    WriteFile("huge", file);
+    // A size no stream can give fails on opening.
+    Bytes huge(format::kCompressedMagic.begin(), format::kCompressedMagic.end());
+    huge.resize(format::kHeaderSize, 0xFF);
+    ict_test::WriteBytes(directory_ / "huge", huge);
     EXPECT_FALSE(Open("huge", ruk::result::InvalidFormat));
 }
 
@@ -151,14 +213,6 @@ TEST_F(DirectoryStorageTest, NamesAndPathsAreChecked) {
     EXPECT_FALSE(opened);
     EXPECT_EQ(storage::WriteContainer(directory_ / "missing", "x", {1}, ContainerEncoding::Raw),
               ruk::result::NotFound);
-}
-
-TEST_F(DirectoryStorageTest, WriterReplacesAnExistingContainer) {
-    ASSERT_EQ(storage::WriteContainer(directory_, "crl", Bytes(100, 7), ContainerEncoding::Raw),
-              ruk::result::Success);
-    ASSERT_EQ(storage::WriteContainer(directory_, "crl", {9, 8}, ContainerEncoding::Raw),
-              ruk::result::Success);
-    EXPECT_EQ(ict_test::ReadText(directory_ / "crl"), "\x09\x08");
 }
 
 }  // namespace

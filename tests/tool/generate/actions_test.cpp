@@ -1,24 +1,90 @@
+// Generate and normalize, and the atomic writing that leaves nothing half-written.
+#include <functional>
 #include <sstream>
+#include <tuple>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <boost/filesystem/directory.hpp>
+#include <boost/filesystem/operations.hpp>
 #include <boost/regex.hpp>
 
 #include "support/enum_printing.h"
 
 #include "action/generate.h"
+#include "action/normalize.h"
 #include "common/console_output.h"
+#include "common/exception.h"
 #include "factory/factory.h"
+#include "support/e2e.h"
+#include "support/file_helpers.h"
+#include "support/os_errors.h"
+#include "support/temp_dir.h"
+#include "support/thrown.h"
 #include "support/trace_capture.h"
-#include "tool/generate/file_rights.h"
+#include "utils/atomic_file.h"
 #include "xml/file.h"
+
+#ifndef _WIN32
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+#ifdef __linux__
+#include <linux/capability.h>
+#include <sys/syscall.h>
+#endif
 
 namespace integrity_check_tool::action {
 namespace {
 
 namespace fs = boost::filesystem;
+using testing::Contains;
 using testing::HasSubstr;
 using testing::StartsWith;
+
+// While it lives, file permissions bind this process even when it runs as
+// root: the capabilities that override them leave the effective set, and
+// come back from the permitted set afterwards. `Binding()` tells whether a
+// folder of mode 000 is now closed to the process.
+class ObeyFilePermissions {
+public:
+    ObeyFilePermissions() {
+#ifdef __linux__
+        if (syscall(SYS_capget, &header_, saved_) != 0) {
+            return;
+        }
+        __user_cap_data_struct lowered[2] = {saved_[0], saved_[1]};
+        lowered[0].effective &= ~((1u << CAP_DAC_OVERRIDE) | (1u << CAP_DAC_READ_SEARCH));
+        lowered_ = syscall(SYS_capset, &header_, lowered) == 0;
+#endif
+    }
+    ~ObeyFilePermissions() {
+#ifdef __linux__
+        if (lowered_) {
+            syscall(SYS_capset, &header_, saved_);
+        }
+#endif
+    }
+    ObeyFilePermissions(const ObeyFilePermissions&) = delete;
+    ObeyFilePermissions& operator=(const ObeyFilePermissions&) = delete;
+
+    bool Binding() const {
+#ifdef _WIN32
+        // Windows keeps rights in access lists; the permission bits are only
+        // the read-only attribute, which never closes a folder.
+        return false;
+#else
+        return lowered_ || !ict_test::CanReadEverything();
+#endif
+    }
+
+private:
+#ifdef __linux__
+    __user_cap_header_struct header_{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct saved_[2] = {};
+#endif
+    bool lowered_ = false;
+};
 
 // The time of generation is the one thing two runs may differ in.
 std::string Timeless(const std::string& text) {
@@ -26,7 +92,7 @@ std::string Timeless(const std::string& text) {
 }
 
 // A product tree in a temporary folder, a tracer whose lines can be read
-// back and console streams in memory.
+// back and console streams in memory; the normalize action runs on a path.
 class GenerateActionTest : public testing::Test {
 protected:
     GenerateSettings Settings(const std::string& config, const fs::path& manifest) {
@@ -49,8 +115,13 @@ protected:
         return action.Execute();
     }
 
+    bool Run(const fs::path& manifest) {
+        Normalize action(trace_.Tracer(), NormalizeSettings{manifest});
+        EXPECT_EQ(action.GetName(), "Normalize");
+        return action.Execute();
+    }
+
     ManifestPtr Load(const fs::path& path) { return xml::File(nullptr).Load(path); }
-    std::vector<std::string> Messages() const { return trace_.Messages(); }
 
     ict_test::TempDir dir_;
     ict_test::TraceCapture trace_;
@@ -205,7 +276,7 @@ TEST_F(GenerateActionTest, ThreadCountChangesNothingButSpeedAndAnyFailureWritesN
     const auto generate = [&](const std::string& config, unsigned threads, bool lock) {
         out_.str("");
         err_.str("");
-        const std::size_t tracedBefore = Messages().size();
+        const std::size_t tracedBefore = trace_.Messages().size();
         ict_test::WriteText(dir_ / "m.xml", "old manifest");
         auto settings = Settings(config, dir_ / "m.xml");
         settings.threads = threads;
@@ -214,7 +285,7 @@ TEST_F(GenerateActionTest, ThreadCountChangesNothingButSpeedAndAnyFailureWritesN
         }
         bool succeeded = false;
         {
-            ict_test::ObeyFilePermissions obey;
+            ObeyFilePermissions obey;
             succeeded = Run(settings);
         }
         for (const auto& path : locked) {
@@ -223,7 +294,7 @@ TEST_F(GenerateActionTest, ThreadCountChangesNothingButSpeedAndAnyFailureWritesN
         std::string outcome = std::string(succeeded ? "succeeded" : "failed") + "\nout:\n" +
                               out_.str() + "\nerr:\n" + err_.str() + "\nmanifest:\n" +
                               ict_test::ReadText(dir_ / "m.xml") + "\ntrace:\n";
-        const auto messages = Messages();
+        const auto messages = trace_.Messages();
         for (std::size_t line = tracedBefore; line < messages.size(); ++line) {
             outcome += messages[line] + "\n";
         }
@@ -258,7 +329,7 @@ TEST_F(GenerateActionTest, ThreadCountChangesNothingButSpeedAndAnyFailureWritesN
           std::string("\tManifests: 1 / 0 / 0\n")}) {
         EXPECT_THAT(oneFailing, HasSubstr(line));
     }
-    if (ict_test::ObeyFilePermissions().Binding()) {
+    if (ObeyFilePermissions().Binding()) {
         EXPECT_THAT(oneFailing, HasSubstr("Generation of file %ProductRoot%\\bin\\f3.dll failed"));
         // The folder that can't be listed is named, and what lies around it is read.
         EXPECT_THAT(oneFailing, HasSubstr("Generation of directory %ProductRoot%\\other\\shut "
@@ -269,6 +340,218 @@ TEST_F(GenerateActionTest, ThreadCountChangesNothingButSpeedAndAnyFailureWritesN
         EXPECT_THAT(oneFailing, HasSubstr("Checker Sha256 added for %ProductRoot%\\other\\y.dll"));
     }
     EXPECT_EQ(generate(failing, 3, true), oneFailing);
+}
+
+using NormalizeTest = GenerateActionTest;
+
+TEST_F(NormalizeTest, GroupsAndPlaceholdersSurviveAndTheWrapperGoes) {
+    const fs::path path = dir_ / "m.xml";
+    ict_test::WriteText(path, R"(<Config><Manifest productName="Demo">
+  <Files path="%Bin%" arch="X86"><File path="p.dll"><Check/></File></Files>
+</Manifest></Config>)");
+    const std::string normalized = R"(<?xml version="1.0" encoding="UTF-8" ?>
+<Manifest productName="Demo">
+    <Files path="%Bin%" arch="X86">
+        <File path="p.dll">
+            <Check type="Exists" />
+        </File>
+    </Files>
+</Manifest>
+)";
+    ASSERT_TRUE(Run(path));
+    EXPECT_EQ(ict_test::ReadText(path), normalized);
+    EXPECT_THAT(trace_.Messages(), Contains("Manifest " + path.string() + " normalized"));
+    // The current dialect comes back unchanged.
+    ASSERT_TRUE(Run(path));
+    EXPECT_EQ(ict_test::ReadText(path), normalized);
+}
+
+// What normalize can't read it leaves byte for byte, and says why. A FIFO
+// must not be read: it waits for a writer.
+TEST_F(NormalizeTest, BadInputIsLeftAsItWasAndTheReasonIsGiven) {
+    const fs::path path = dir_ / "m.xml";
+    const auto failed = [](const fs::path& manifest) {
+        return "Normalization of manifest " + manifest.string() + " failed. Reason: ";
+    };
+    const std::string unclosed =
+        "<Manifest>\r\n  <File path=\"a\"><Check type=\"sha256\"/></File>\r\n";
+    const std::pair<std::string, std::string> contents[] = {
+        // The unclosed manifest is placed: which file, which row.
+        {unclosed, "Manifest file " + path.string() + " is invalid at row 3"},
+        {unclosed + "</Manifest>", failed(path) + "Invalid name: sha256"}};
+    for (const auto& [content, line] : contents) {
+        ict_test::WriteText(path, content);
+        EXPECT_FALSE(Run(path)) << content;
+        EXPECT_EQ(ict_test::ReadText(path), content);
+        EXPECT_THAT(trace_.Messages(), Contains(HasSubstr(line)));
+    }
+    const std::pair<fs::path, std::string> unreadable[] = {
+        {dir_.Path(), "it is a directory, not a regular file"},
+        {dir_ / "none.xml", ict_test::os_error::Text(ict_test::os_error::kNoEntry)},
+        {ict_test::MakeSpecialFile(dir_ / "pipe.xml"), "it is not a regular file"}};
+    for (const auto& [manifest, reason] : unreadable) {
+        EXPECT_FALSE(Run(manifest)) << manifest;
+        EXPECT_THAT(trace_.Messages(), Contains(failed(manifest) + "Can't open manifest file " +
+                                                manifest.string() + ". Reason: " + reason));
+    }
+    EXPECT_FALSE(fs::exists(dir_ / "none.xml"));
+}
+
+// Another writer that saves the manifest while it is being normalized keeps
+// its version: the file is replaced only if it is still the one that was read.
+TEST_F(NormalizeTest, AManifestChangedMeanwhileIsLeftToItsNewWriter) {
+    const fs::path path = dir_ / "m.xml";
+    // The reader's warning about the unknown attribute comes after the file
+    // was read and before it is replaced: the other writer saves then.
+    class MeddlingChannel : public ruk::MemoryTraceChannel {
+    public:
+        explicit MeddlingChannel(fs::path path) : path_(std::move(path)) {}
+        void WriteLine(const std::string& line) override {
+            MemoryTraceChannel::WriteLine(line);
+            if (line.find("Unknown attribute") != std::string::npos) {
+                ict_test::WriteText(path_, "<Manifest productName=\"Theirs\"/>");
+            }
+        }
+
+    private:
+        fs::path path_;
+    };
+    ict_test::WriteText(path, R"(<Manifest productName="Ours" extra="1"/>)");
+    const ruk::intrusive_ptr<MeddlingChannel> channel(new MeddlingChannel(path));
+    Normalize action(std::make_shared<Tracer>(800, channel), NormalizeSettings{path});
+
+    EXPECT_FALSE(action.Execute());
+    EXPECT_EQ(ict_test::ReadText(path), "<Manifest productName=\"Theirs\"/>");
+    EXPECT_THAT(channel->Lines(), Contains(HasSubstr("Normalization of manifest " + path.string() +
+                                                     " failed. Reason: ")));
+}
+
+void WriteString(ruk::IIO& io, const std::string& text) {
+    std::size_t written = 0;
+    ASSERT_EQ(io.Write(text.data(), text.size(), &written), ruk::result::Success);
+}
+
+std::size_t CountEntries(const fs::path& dir) {
+    return static_cast<std::size_t>(
+        std::distance(fs::directory_iterator(dir), fs::directory_iterator()));
+}
+
+TEST(AtomicFileTest, CreatesAndReplacesThroughLinksKeepingOwnerGroupAndMode) {
+    ict_test::TempDir dir;
+    const fs::path target = dir / "m.xml";
+    WriteFileAtomically(target, [](ruk::IIO& io) { WriteString(io, "first"); });
+    EXPECT_EQ(ict_test::ReadText(target), "first");
+    WriteFileAtomically(target, [](ruk::IIO& io) { WriteString(io, "second, longer"); });
+    EXPECT_EQ(ict_test::ReadText(target), "second, longer");
+    EXPECT_EQ(CountEntries(dir.Path()), 1u) << "a temporary file was left behind";
+    // A symbolic link is written through.
+    if (ict_test::SymbolicLinksWork(dir.Path())) {
+        fs::create_symlink(target, dir / "link.xml");
+        WriteFileAtomically(dir / "link.xml", [](ruk::IIO& io) { WriteString(io, "through"); });
+        EXPECT_TRUE(fs::is_symlink(dir / "link.xml"));
+        EXPECT_EQ(ict_test::ReadText(target), "through");
+    }
+#ifdef _WIN32
+    GTEST_SKIP() << "Windows keeps rights in access lists, which permission bits do not show";
+#else
+    // Only root can give a file to another user.
+    const bool asRoot = ict_test::CanReadEverything();
+    ASSERT_TRUE(!asRoot || ::chown(target.c_str(), 65534, 65534) == 0);
+    ASSERT_EQ(::chmod(target.c_str(), 0640), 0);
+    WriteFileAtomically(target, [](ruk::IIO& io) { WriteString(io, "third"); });
+    EXPECT_EQ(ict_test::ReadText(target), "third");
+    struct stat info {};
+    ASSERT_EQ(::stat(target.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 07777, 0640u);
+    if (asRoot) {
+        EXPECT_EQ(info.st_uid, 65534u);
+        EXPECT_EQ(info.st_gid, 65534u);
+    }
+#endif
+}
+
+TEST(AtomicFileTest, FailureLeavesTheTargetAsItWasAndNoTemporary) {
+    ict_test::TempDir dir;
+    const fs::path target = dir / "m.xml";
+    ict_test::WriteText(target, "original\r\nbytes");
+    EXPECT_EQ(ict_test::ThrownText<Exception>([&] {
+                  WriteFileAtomically(target, [](ruk::IIO& io) {
+                      WriteString(io, "half");
+                      throw std::runtime_error("disk full");
+                  });
+              }),
+              "Can't write file " + target.string() + ". Reason: disk full");
+    EXPECT_EQ(ict_test::ReadText(target), "original\r\nbytes");
+    // Renaming a file over a non-empty directory fails for every user, root included.
+    const fs::path folder = dir / "folder.xml";
+    ict_test::WriteText(folder / "inside.txt", "kept");
+    EXPECT_THROW(WriteFileAtomically(folder, [](ruk::IIO& io) { WriteString(io, "new"); }),
+                 Exception);
+    EXPECT_EQ(ict_test::ReadText(folder / "inside.txt"), "kept");
+    EXPECT_EQ(CountEntries(dir.Path()), 2u) << "a temporary file was left behind";
+    // A folder that does not exist can't take the temporary file.
+    EXPECT_THAT(ict_test::ThrownText<Exception>(
+                    [&] { WriteFileAtomically(dir / "none" / "m.xml", [](ruk::IIO&) {}); }),
+                HasSubstr("Can't write file " + (dir / "none" / "m.xml").string()));
+}
+
+TEST(AtomicFileTest, LongestNameGetsAShortTemporaryBesideIt) {
+    ict_test::TempDir dir;
+    const fs::path target = dir / std::string(250, 'n');
+    for (const char* content : {"first", "second"}) {
+        WriteFileAtomically(target, [&](ruk::IIO& io) {
+            // While it is written, the temporary lies in the target's folder.
+            for (const auto& entry : fs::directory_iterator(dir.Path())) {
+                if (entry.path() != target) {
+                    EXPECT_LE(entry.path().filename().string().size(), 32u);
+                }
+            }
+            EXPECT_EQ(CountEntries(dir.Path()), fs::exists(target) ? 2u : 1u);
+            WriteString(io, content);
+        });
+        EXPECT_EQ(ict_test::ReadText(target), content);
+    }
+    EXPECT_EQ(CountEntries(dir.Path()), 1u);
+}
+
+TEST(AtomicFileTest, TargetChangedOrReplacedMeanwhileIsLeftToItsNewOwner) {
+    using Interference = std::function<void(const fs::path&)>;
+    const auto replace = [](const fs::path& target) {
+        ict_test::WriteText(target.parent_path() / "other", "other");
+        fs::rename(target.parent_path() / "other", target);
+    };
+    // Who interferes, how, and what the target holds afterwards ("" for nothing).
+    const std::tuple<const char*, Interference, std::string> cases[] = {
+        {"nobody", [](const fs::path&) {}, "mine"},
+        {"written in place", [](const fs::path& t) { ict_test::WriteText(t, "theirs"); }, "theirs"},
+        {"replaced", replace, "other"},
+        {"removed", [](const fs::path& t) { fs::remove(t); }, ""},
+    };
+    for (const auto& test : cases) {
+        const Interference& interfere = std::get<1>(test);
+        const std::string& left = std::get<2>(test);
+        SCOPED_TRACE(std::get<0>(test));
+        ict_test::TempDir dir;
+        const fs::path target = dir / "m.xml";
+        ict_test::WriteText(target, "original");
+        boost::optional<platform::FileStamp> stamp;
+        ASSERT_EQ(platform::GetFileStamp(target, &stamp), ruk::result::Success);
+        ASSERT_TRUE(stamp);
+        const std::string error = ict_test::ThrownText<Exception>([&] {
+            const auto write = [&](ruk::IIO& io) {
+                interfere(target);
+                WriteString(io, "mine");
+            };
+            WriteFileAtomically(target, write, &*stamp);
+        });
+        if (left == "mine") {
+            EXPECT_EQ(error, "(nothing thrown)");
+        } else {
+            EXPECT_THAT(error, HasSubstr("changed or replaced by someone else"));
+        }
+        EXPECT_EQ(fs::exists(target) ? ict_test::ReadText(target) : "", left);
+        EXPECT_EQ(CountEntries(dir.Path()), left.empty() ? 0u : 1u);
+    }
 }
 
 }  // namespace

@@ -9,25 +9,37 @@
 
 #include "check/all_checks_failed_exception.h"
 #include "check/anyof.h"
+#include "check/empty_value_provider.h"
 #include "check/exists.h"
 #include "check/hash.h"
 #include "check/hex.h"
 #include "check/i_data_object_source.h"
 #include "check/not_exists.h"
+#include "check/raw_value_provider.h"
+#include "check/stream_compare.h"
 #include "check/value.h"
 #include "check/verification_mismatch.h"
+#include "common/exception.h"
 #include "data_object/file.h"
 #include "openssl/sha256.h"
+#include "ruk/exception.h"
 #include "support/file_helpers.h"
+#include "support/manifest_text.h"
 #include "support/temp_dir.h"
 #include "support/thrown.h"
 #include "support/trace_capture.h"
 #include "tool/check/fakes.h"
+#include "utils/read_blocks.h"
 
 namespace integrity_check_tool::check {
 namespace {
 
+using ict_test::Bytes;
 using ict_test::BytesOf;
+using ict_test::FakeDataObject;
+using ict_test::PatternBytes;
+using ict_test::ScriptedStream;
+using ict_test::Size;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
 
@@ -53,26 +65,24 @@ private:
     std::shared_ptr<ict_test::FakeDataObject> value_;
 };
 
-// A checker member that passes or throws the given exception, counting calls.
+// A checker member that passes or throws the given exception, keeping the
+// arguments of each call.
 class ScriptedChecker : public IFileChecker, public IRegistryChecker {
 public:
     explicit ScriptedChecker(std::function<void()> behaviour) : behaviour_(std::move(behaviour)) {}
 
     std::string GetName() const override { return "Scripted"; }
     void CheckFileValue(const boost::filesystem::path& path) const override {
-        ++calls;
-        lastArguments = path.string();
+        calls.push_back(path.string());
         behaviour_();
     }
     void CheckRegistryValue(const std::string& keyPath, const std::string& valueName,
                             RegistryType /*type*/) const override {
-        ++calls;
-        lastArguments = keyPath + "|" + valueName;
+        calls.push_back(keyPath + "|" + valueName);
         behaviour_();
     }
 
-    mutable int calls = 0;
-    mutable std::string lastArguments;
+    mutable std::vector<std::string> calls;
 
 private:
     std::function<void()> behaviour_;
@@ -173,7 +183,6 @@ TEST(ChecksTest, EachCheckTracesItsStepsAndSaysWhatDiffers) {
         EXPECT_THAT(messages, ElementsAreArray(lines));
     }
     EXPECT_EQ(present->asked, "V|HKLM\\K");
-    EXPECT_EQ(ToHex({0x00, 0x0f, 0xa0, 0xff}), "000fa0ff");
 }
 
 std::shared_ptr<ScriptedChecker> Passing() {
@@ -194,10 +203,10 @@ TEST(AnyOfTest, StopsAtFirstPassingMemberAndTracesNumberedSteps) {
 
     anyOf.CheckFileValue("/opt/p/a.dll");
 
-    EXPECT_EQ(first->calls, 1);
-    EXPECT_EQ(second->calls, 1);
-    EXPECT_EQ(third->calls, 0);
-    EXPECT_EQ(second->lastArguments, "/opt/p/a.dll");
+    using Calls = std::vector<std::string>;
+    EXPECT_EQ(first->calls, Calls{"/opt/p/a.dll"});
+    EXPECT_EQ(second->calls, Calls{"/opt/p/a.dll"});
+    EXPECT_EQ(third->calls, Calls{});
     EXPECT_THAT(trace.Messages(),
                 ElementsAre("Check [1] ...",
                             "Check [1] - Failed. Verification mismatch with 'Sha256' checker. "
@@ -227,7 +236,7 @@ TEST(AnyOfTest, AllFailingMembersAreListedInOrderAndOneIsRethrownAsItIs) {
                   registryValue(AnyOf(trace.Tracer(), std::vector<IRegistryCheckerPtr>{member}));
               }),
               "own failure");
-    EXPECT_EQ(member->lastArguments, "HKLM\\K|V");
+    EXPECT_EQ(member->calls, std::vector<std::string>{"HKLM\\K|V"});
 
     EXPECT_EQ(ict_test::ThrownText<Exception>([&] {
                   AnyOf(trace.Tracer(), std::vector<IFileCheckerPtr>{}).CheckFileValue("/p/f");
@@ -237,6 +246,116 @@ TEST(AnyOfTest, AllFailingMembersAreListedInOrderAndOneIsRethrownAsItIs) {
                   registryValue(AnyOf(trace.Tracer(), std::vector<IRegistryCheckerPtr>{}));
               }),
               "There are no checks for registry key V in HKLM\\K");
+}
+
+std::string Evaluate(const IValueProvider& provider, const IDataObject& object) {
+    Bytes value{0xde, 0xad};  // replaced, not appended to
+    provider.Evaluate(object, value);
+    return ToHex(value);
+}
+
+TEST(StreamHoldsTest, ComparesSizeFirstThenBlocksAndNeverReadsFarPastTheExpected) {
+    const Bytes big = PatternBytes(300 * 1024);
+    Bytes lastDiffers = big;
+    lastDiffers.back() ^= 1;
+    struct Case {
+        const char* name;
+        Bytes content;
+        Size claimedSize;
+        bool endless;
+        Bytes expected;
+        bool holds;
+        std::size_t mostRead;  // bytes read at most
+    };
+    const std::vector<Case> cases = {
+        {"equal, several blocks", big, big.size(), false, big, true, big.size()},
+        {"last byte differs", lastDiffers, big.size(), false, big, false, big.size()},
+        {"known other size: nothing read", big, 3ull << 30, false, PatternBytes(3), false, 0},
+        {"unknown size, endless stream", Bytes(1, 0), {}, true, Bytes(10, 0), false, 11},
+        {"unknown size, equal", PatternBytes(5), {}, false, PatternBytes(5), true, 5},
+        {"unknown size, shorter", PatternBytes(4), {}, false, PatternBytes(5), false, 4},
+        {"no size reported but content", PatternBytes(7), 0, false, PatternBytes(7), true, 7},
+        {"empty against empty", Bytes(), 0, false, Bytes(), true, 0},
+        {"empty against a value", Bytes(), 0, false, PatternBytes(2), false, 0},
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.name);
+        ScriptedStream stream({test.content, test.claimedSize, test.endless});
+        EXPECT_EQ(StreamHolds(stream, test.expected), test.holds);
+        EXPECT_LE(stream.bytesRead, test.mostRead);
+        // Never more than one block held, and no more than one byte past the value.
+        EXPECT_LE(stream.largestRequest, 64u * 1024);
+        EXPECT_LE(stream.largestRequest, test.expected.size() + 1);
+    }
+    ScriptedStream failing({PatternBytes(1), {}, false, 0});
+    EXPECT_THROW(StreamHolds(failing, PatternBytes(1)), ruk::ResultException);
+}
+
+// Sizes about the page and the 1 MiB block that reads are sized by, the
+// largest first so that the thread's buffer is left at its largest. A size
+// that says less or more than the stream holds (a file that grows or shrinks
+// while it is read, a procfs file that reports none) only sizes the reads.
+TEST(Sha256Test, DigestsEveryByteWhateverTheSizeSays) {
+    const Bytes big = PatternBytes(3 * 1024 * 1024 + 5);
+    const std::size_t mebibyte = 1024 * 1024;
+    for (const std::size_t size :
+         {big.size(), std::size_t{0}, std::size_t{3}, std::size_t{4095}, std::size_t{4096},
+          std::size_t{4097}, mebibyte - 1, mebibyte, mebibyte + 1}) {
+        const std::string bytes(big.begin(), big.begin() + static_cast<std::ptrdiff_t>(size));
+        for (const Size reported : {Size(size), Size(), Size(size / 2), Size(size + 1)}) {
+            EXPECT_EQ(Evaluate(openssl::Sha256(),
+                               FakeDataObject(true, {Bytes(bytes.begin(), bytes.end()), reported})),
+                      ict_test::Sha256Hex(bytes))
+                << size << " reported as " << reported.value_or(0);
+        }
+    }
+}
+
+// A read that starts while the thread's block is in use (a provider reading
+// inside another's consumer) gets a block of its own.
+TEST(ReadBlocksTest, NestedReadsKeepTheirOwnBlocks) {
+    ruk::MemoryIO outer(Bytes(5000, 'o'));
+    std::string seen;
+    const auto append = [&](const std::uint8_t* data, std::size_t size) {
+        seen.append(data, data + size);
+    };
+    ASSERT_EQ(ReadBlocks(outer, 4096,
+                         [&](const std::uint8_t* data, std::size_t size) {
+                             ruk::MemoryIO inner(Bytes(3, 'i'));
+                             EXPECT_EQ(ReadBlocks(inner, 4096, append), ruk::result::Success);
+                             append(data, size);
+                         }),
+              ruk::result::Success);
+    EXPECT_EQ(seen, "iii" + std::string(4096, 'o') + "iii" + std::string(904, 'o'));
+}
+
+TEST(ValueProvidersTest, RawGivesEveryByteUpToItsLimitAndEmptyNeverReads) {
+    EXPECT_EQ(Evaluate(RawValueProvider(), FakeDataObject(true, {0x2a, 0, 0, 0})), "2a000000");
+    const FakeDataObject untouched(true, Bytes(1));
+    EXPECT_EQ(Evaluate(EmptyValueProvider(), untouched), "");
+    EXPECT_EQ(untouched.reads, 0);
+
+    const std::string tooLong = " bytes long; a Value holds at most " +
+                                std::to_string(RawValueProvider::kMaxSize) + " bytes";
+    const auto error = [](const FakeDataObject& object) {
+        return ict_test::ThrownText<Exception>([&] { Evaluate(RawValueProvider(), object); });
+    };
+    EXPECT_EQ(error(FakeDataObject(true, {PatternBytes(4096), 3ull << 30})),
+              "The value is " + std::to_string(3ull << 30) + tooLong);
+    // No size, but no end either: stopped at the first block past the limit.
+    EXPECT_THAT(error(FakeDataObject(true, {PatternBytes(4096), {}, true})),
+                testing::AllOf(testing::StartsWith("The value is "), testing::EndsWith(tooLong)));
+}
+
+TEST(ValueProvidersTest, FailingReadRaisesFrameworkResult) {
+    // The first read gives bytes, the second fails.
+    const FakeDataObject object(true, {PatternBytes(100), 100, false, 1});
+    Bytes value;
+    const auto error =
+        ict_test::Caught<ruk::ResultException>([&] { openssl::Sha256().Evaluate(object, value); });
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->GetCode(), ruk::result::IoError);
+    EXPECT_THROW(RawValueProvider().Evaluate(object, value), ruk::ResultException);
 }
 
 }  // namespace
