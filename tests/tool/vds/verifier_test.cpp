@@ -224,7 +224,7 @@ TEST_F(VdsVerifierTest, RootsThatRequireARevocationListRefuseToRunWithoutOne) {
         .Verify(Signed("other.dll", "signer"), nullptr);
 }
 
-TEST_F(VdsVerifierTest, FactoryBuildsItFromTheArgumentsWithFileNameBinding) {
+TEST_F(VdsVerifierTest, FactoryBuildsItForTheSelectedRootsOnly) {
     const auto arguments = std::make_shared<CheckerArguments>();
     arguments->SetSignatureType(SignatureType::VdsWithFilename);
     arguments->SetTrustedRoots({TrustedRoot::Root4823d1, TrustedRoot::Root3520p1});
